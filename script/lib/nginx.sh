@@ -1,0 +1,77 @@
+# shellcheck shell=bash
+# A private HTTPS server: Debian's nginx with a certificate and a configuration of our own, on a
+# loopback port. It needs no rights and touches nothing outside its directory. Sourced, never run.
+
+nginx=/usr/sbin/nginx
+
+# start_nginx DIRECTORY: serves DIRECTORY/content, what lies in its folder "slow" at 16 MiB/s, and
+# logs to DIRECTORY/access.log. Sets port.
+start_nginx() {
+    local directory=$1 attempt
+    make_certificate "$directory"
+    for attempt in {1..50}; do
+        # Below the ports that the system gives to outgoing connections.
+        port=$((20000 + RANDOM % 12000))
+        if ! port_is_taken "$port"; then
+            nginx_configuration "$port" >"$directory/nginx.conf"
+            "$nginx" -p "$directory" -c nginx.conf -e error.log 2>/dev/null && return
+        fi
+    done
+    echo "nginx does not start after $attempt attempts:" >&2
+    tail -n 5 "$directory/error.log" >&2
+    return 1
+}
+
+# stop_nginx DIRECTORY: does nothing when none was started there.
+stop_nginx() {
+    local directory=$1 pid
+    if pid=$(cat "$directory/nginx.pid" 2>/dev/null); then
+        kill "$pid"
+        while kill -0 "$pid" 2>/dev/null; do
+            sleep 0.05
+        done
+    fi
+}
+
+port_is_taken() {
+    (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
+}
+
+make_certificate() {
+    quietly openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost \
+        -addext subjectAltName=IP:127.0.0.1,DNS:localhost \
+        -keyout "$1/server.key" -out "$1/server.crt"
+}
+
+nginx_configuration() {
+    # Started by root, nginx would serve as a user who may not look into a private directory.
+    if ((EUID == 0)); then
+        echo 'user root;'
+    fi
+    cat <<END
+worker_processes 1;
+pid nginx.pid;
+error_log error.log;
+events { }
+http {
+    default_type application/octet-stream;
+    types { application/json json; text/plain txt; }
+    client_body_temp_path body;
+    proxy_temp_path proxy;
+    fastcgi_temp_path fastcgi;
+    uwsgi_temp_path uwsgi;
+    scgi_temp_path scgi;
+    log_format brief '\$request_method \$uri \$status \$body_bytes_sent \$http_range';
+    access_log access.log brief;
+    server {
+        listen 127.0.0.1:$1 ssl;
+        ssl_certificate server.crt;
+        ssl_certificate_key server.key;
+        root content;
+        location /slow/ { limit_rate 16m; }
+        # What the client asks to see whether the server is still there.
+        location = / { return 204; }
+    }
+}
+END
+}

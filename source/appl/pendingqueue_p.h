@@ -1,0 +1,49 @@
+#ifndef TARVISNET_PENDINGQUEUE_P_H
+#define TARVISNET_PENDINGQUEUE_P_H
+
+#include "records.h"
+
+#include <QtCore/QHash>
+
+#include <map>
+#include <set>
+
+/// The requests that wait to be sent, in the order they came. Two indexes keep looking for an equal
+/// request and removing the requests of a path independent of the queue's length.
+class PendingQueue {
+public:
+    bool isEmpty() const { return m_entries.empty(); }
+    int size() const { return int(m_entries.size()); }
+
+    bool contains(const ReplyData &record) const;
+    void append(const ReplyData &record);
+
+    /// The queue must not be empty.
+    ReplyData takeFirst();
+
+    /// Removes every request whose URL has the decoded path \a path.
+    void removePath(const QString &path);
+
+private:
+    using Number = quint64;
+    using Numbers = std::set<Number>;
+
+    struct Entry {
+        ReplyData record;
+        uint hash;
+        QString path;
+    };
+
+    void unlist(Number number, const Entry &entry);
+
+    // Numbers rise, so the map holds the requests in the order they came.
+    std::map<Number, Entry> m_entries;
+    QHash<uint, Numbers> m_byHash;
+    QHash<QString, Numbers> m_byPath;
+    Number m_nextNumber = 0;
+};
+
+/// Equal records have equal hashes.
+uint qHash(const ReplyData &record, uint seed = 0);
+
+#endif // TARVISNET_PENDINGQUEUE_P_H

@@ -1,0 +1,18 @@
+#ifndef TARVISNET_TESTS_MODES_H
+#define TARVISNET_TESTS_MODES_H
+
+#include "scriptedserver.h"
+
+#include <QtTest/QTest>
+
+Q_DECLARE_METATYPE(ScriptedServer::Mode)
+
+/// Data rows for a test that is to run over HTTP and over HTTPS, in the column "mode".
+inline void addModes()
+{
+    QTest::addColumn<ScriptedServer::Mode>("mode");
+    QTest::newRow("HTTP") << ScriptedServer::Mode::Http;
+    QTest::newRow("HTTPS") << ScriptedServer::Mode::Https;
+}
+
+#endif // TARVISNET_TESTS_MODES_H

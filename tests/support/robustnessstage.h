@@ -1,0 +1,89 @@
+#ifndef TARVISNET_TESTS_ROBUSTNESSSTAGE_H
+#define TARVISNET_TESTS_ROBUSTNESSSTAGE_H
+
+#include "clientbench.h"
+#include "distrustedserver.h"
+#include "fakereply.h"
+#include "files.h"
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QList>
+#include <QtCore/QMetaMethod>
+#include <QtCore/QTimer>
+
+#include <functional>
+
+/// How a request reaches its answer.
+struct Road {
+    const char *name = "";
+    ScriptedServer::Mode mode = ScriptedServer::Mode::Http;
+    bool isRedirected = false;
+};
+
+/// A bench on which a scenario makes the client emit a signal.
+struct RobustnessStage : ClientBench {
+    explicit RobustnessStage(const Road &road)
+        : ClientBench(road.mode)
+        , isRedirected(road.isRedirected)
+    {
+        server.on("/json", answers::json({{"answer", 42}}));
+        server.on("/bytes", answers::bytes("0123456789"));
+        server.on("/missing", answers::json({{"error", "gone"}}, 404));
+        server.on("/locked", answers::status(401));
+        server.on("/withheld", answers::withhold());
+        server.on("/cut", [](const HttpRequest &, HttpResponse &response) {
+            response.sendHead(200, {}, 1000);
+            response.write("a little");
+            response.cut();
+        });
+        server.onRequest([this](const HttpRequest &request, HttpResponse &response) {
+            const QByteArray prefix("/to");
+            if (!request.path().startsWith(prefix + '/'))
+                return response.send(404);
+            const QUrl target = server.url(request.path().mid(prefix.size()));
+            response.send(302, {{"Location", target.toEncoded()}});
+        });
+        client->setTemporaryDirectory(directory.path());
+    }
+
+    /// The address of \a path, by way of a redirect if the road has one.
+    QUrl address(const QString &path) const
+    {
+        return server.url(isRedirected ? QStringLiteral("/to") + path : path);
+    }
+    void add(const QString &replyType, const QString &path, const FileData &file = FileData()) const
+    {
+        clientaccess::add(*client, clientaccess::record(replyType, address(path), file));
+    }
+    /// A redirected download finds its file in place, because it collects none itself.
+    void fetchBinary()
+    {
+        if (isRedirected)
+            files::write(path("file.vtxdownload"), "0123456789");
+        client->fetchBinary(address("/bytes"), path("file"), 10);
+    }
+    /// A reply that follows the client's rules without being one of its own; it lives as long as
+    /// the stage.
+    FakeReply *stranger()
+    {
+        auto *reply = new FakeReply(QUrl("https://127.0.0.1/stranger"), &strangers);
+        clientaccess::follow(*client, *reply);
+        return reply;
+    }
+
+    const bool isRedirected;
+    QObject strangers;
+};
+
+/// What makes the client emit a signal.
+struct Scenario {
+    const char *signal;
+    const char *name;
+    std::function<void(RobustnessStage &)> run;
+    /// Whether there is a difference between the roads.
+    bool usesNetwork = true;
+    /// Which emission of the signal is meant.
+    int emission = 0;
+};
+
+#endif // TARVISNET_TESTS_ROBUSTNESSSTAGE_H

@@ -1,0 +1,374 @@
+#include "answers.h"
+#include "files.h"
+#include "processorbench.h"
+
+#include <QtCore/QMetaMethod>
+#include <QtCore/QScopedPointer>
+#include <QtCore/QSet>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QTest>
+
+#include <functional>
+
+using namespace processorbench;
+
+class tst_NetworkProcessorLifetime : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { m_quiet.reset(new LogCapture); }
+    void cleanupTestCase() { m_quiet.reset(); }
+    void everySignalHasAScene();
+    void deletionInsideSignals_data();
+    void deletionInsideSignals();
+    void deletionWithRequestsInFlight_data();
+    void deletionWithRequestsInFlight();
+    void endlessRedirects_data();
+    void endlessRedirects();
+    void largeBodies_data();
+    void largeBodies();
+
+private:
+    QScopedPointer<LogCapture> m_quiet;
+};
+
+// Deletes its prey when it is struck.
+class Killer : public QObject {
+    Q_OBJECT
+
+public:
+    explicit Killer(QObject *prey)
+        : m_prey(prey)
+    {
+    }
+
+    bool waitUntilDone()
+    {
+        return m_awaiter.wait([this] { return m_prey.isNull(); }, 10000);
+    }
+
+public Q_SLOTS:
+    void strike()
+    {
+        delete m_prey;
+        m_awaiter.changed();
+    }
+
+private:
+    QPointer<QObject> m_prey;
+    Awaiter m_awaiter;
+};
+
+namespace {
+
+using Mode = ScriptedServer::Mode;
+
+constexpr qint64 MiB = 1024 * 1024;
+
+/// What makes a processor emit.
+struct Scene {
+    const char *name;
+    const char *signal;
+    std::function<void(NetworkProcessor &processor, const ScriptedServer &server)> play;
+};
+
+std::function<void(NetworkProcessor &, const ScriptedServer &)> get(const QString &replyType,
+                                                                    const QString &path = "/json")
+{
+    return [=](NetworkProcessor &processor, const ScriptedServer &server) {
+        // A directory cannot be opened as a file.
+        processor.startGet(fileRecord(replyType, server.url(path), QDir::tempPath(), 100));
+    };
+}
+
+void post(NetworkProcessor &processor, const ScriptedServer &server)
+{
+    processor.startPost(record(replies::raw_post, server.url("/json")),
+                        QByteArray(int(4 * MiB), 'x'));
+}
+
+void refuse(NetworkProcessor &processor, const ScriptedServer & /*server*/)
+{
+    QUrl url("http://127.0.0.1/");
+    url.setPort(ScriptedServer::freePort());
+    processor.startGet(record(replies::raw_get, url));
+}
+
+void getWithoutARecord(NetworkProcessor &processor, const ScriptedServer &server)
+{
+    QMetaObject::invokeMethod(&processor, "get", Qt::DirectConnection,
+                              Q_ARG(QNetworkRequest, QNetworkRequest(server.url("/json"))));
+}
+
+// The emission comes from a reply that dies with the processor.
+void reportNoTlsErrors(NetworkProcessor &processor, const ScriptedServer &server)
+{
+    ReplyCatcher replies;
+    processor.startGet(record(replies::raw_get, server.url("/never")));
+    if (replies.waitFor())
+        Q_EMIT replies.at()->sslErrors({});
+}
+
+const QList<Scene> &scenes()
+{
+    static const QList<Scene> all = {
+        {"no TLS errors", "s_errorChanged", reportNoTlsErrors},
+        {"refused", "s_errorChanged", refuse},
+        {"not found", "s_errorChanged", get(replies::raw_get, "/missing")},
+        {"not found, redirected", "s_errorChanged", get(replies::raw_get, "/redirect?missing")},
+        {"file not opened", "s_errorChanged", get(replies::remote_binary)},
+        {"no record", "s_errorChanged", getWithoutARecord},
+        {"unknown kind", "s_errorChanged", get(replies::raw_patch)},
+        {"percentage", "s_downloadFileProgress", get(replies::raw_get)},
+        {"percentage of a download", "s_downloadFileProgress", get(replies::remote_binary)},
+        {"bytes", "s_downloadFileBytesProgress", get(replies::raw_get)},
+        {"bytes of a download", "s_downloadFileBytesProgress", get(replies::remote_binary)},
+        {"bytes of a failure", "s_downloadFileBytesProgress", get(replies::raw_get, "/missing")},
+        {"upload", "s_uploadFileProgress", post},
+        {"binary", "s_finished", get(replies::remote_binary)},
+        {"installer", "s_finished", get(replies::remote_installer)},
+        {"definition", "s_fetchDefinition", get(replies::remote_definition)},
+        {"index", "s_fetchIndex", get(replies::remote_index)},
+        {"change log", "s_fetchInstallerChangeLog", get(replies::remote_installer_log)},
+        {"change log data", "s_fetchInstallerChangeLogData", get(replies::remote_installer_log)},
+        {"raw get", "s_rawGet", get(replies::raw_get)},
+        {"raw get, redirected", "s_rawGet", get(replies::raw_get, "/redirect?json")},
+        {"raw post", "s_rawPost", post},
+        {"raw file", "s_rawGetFileFinished", get(replies::raw_get_file)},
+    };
+    return all;
+}
+
+QMetaMethod signalNamed(const QByteArray &name)
+{
+    const QMetaObject &meta = NetworkProcessor::staticMetaObject;
+    for (int index = meta.methodOffset(); index < meta.methodCount(); ++index) {
+        if (meta.method(index).name() == name)
+            return meta.method(index);
+    }
+    return QMetaMethod();
+}
+
+void furnish(ScriptedServer &server)
+{
+    server.on("/json", answers::json({{"a", 1}}));
+    server.on("/never", answers::withhold());
+    const QByteArray root = server.url("/").toEncoded();
+    server.on("/redirect", [root](const HttpRequest &request, HttpResponse &response) {
+        const QByteArray target = request.target.mid(request.target.indexOf('?') + 1);
+        response.send(302, {{"Location", root + target}});
+    });
+}
+
+} // namespace
+
+// The processor never emits s_aborted.
+void tst_NetworkProcessorLifetime::everySignalHasAScene()
+{
+    QSet<QByteArray> expected;
+    const QMetaObject &meta = NetworkProcessor::staticMetaObject;
+    for (int index = meta.methodOffset(); index < meta.methodCount(); ++index) {
+        if (meta.method(index).methodType() == QMetaMethod::Signal)
+            expected.insert(meta.method(index).name());
+    }
+    expected.remove("s_aborted");
+
+    QSet<QByteArray> found;
+    for (const Scene &scene : scenes())
+        found.insert(scene.signal);
+    QCOMPARE(found, expected);
+}
+
+void tst_NetworkProcessorLifetime::deletionInsideSignals_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<int>("number");
+
+    for (int number = 0; number < scenes().size(); ++number) {
+        const Scene &scene = scenes().at(number);
+        QTest::addRow("%s: %s http", scene.signal, scene.name) << Mode::Http << number;
+        QTest::addRow("%s: %s https", scene.signal, scene.name) << Mode::Https << number;
+    }
+}
+
+void tst_NetworkProcessorLifetime::deletionInsideSignals()
+{
+    QFETCH(Mode, mode);
+    QFETCH(int, number);
+    const Scene &scene = scenes().at(number);
+    ScriptedServer server(mode);
+    furnish(server);
+    LogCapture log;
+    ReplyCatcher replies;
+    auto *processor = new NetworkProcessor;
+    Killer killer(processor);
+    const QMetaMethod strike =
+        killer.metaObject()->method(killer.metaObject()->indexOfSlot("strike()"));
+    QVERIFY(connect(processor, signalNamed(scene.signal), &killer, strike));
+    SignalRecorder recorder(processor);
+
+    processor->startGet(record(replies::raw_get, server.url("/never")));
+    scene.play(*processor, server);
+    QVERIFY(killer.waitUntilDone());
+
+    // The killer comes before the recorder, which therefore never hears of that signal.
+    QCOMPARE(recorder.count(scene.signal), 0);
+    QVERIFY(server.waitForConnections(0));
+    QVERIFY(replies.waitUntilGone());
+    QCOMPARE(texts(log, "dtor"), QStringList{"NetworkProcessor dtor"});
+}
+
+void tst_NetworkProcessorLifetime::deletionWithRequestsInFlight_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("isPost");
+
+    for (const Mode mode : {Mode::Http, Mode::Https}) {
+        for (const char *path : {"/never", "/head", "/part"}) {
+            QTest::addRow("GET %s %d", path, int(mode)) << mode << path << false;
+            QTest::addRow("POST %s %d", path, int(mode)) << mode << path << true;
+        }
+    }
+}
+
+// They end silently: none of them is aborted by itself.
+void tst_NetworkProcessorLifetime::deletionWithRequestsInFlight()
+{
+    QFETCH(Mode, mode);
+    QFETCH(QString, path);
+    QFETCH(bool, isPost);
+    ScriptedServer server(mode);
+    furnish(server);
+    server.on("/head", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, 1000);
+    });
+    server.on("/part", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, 1000);
+        response.write("part");
+    });
+    ReplyCatcher replies;
+    QScopedPointer<NetworkProcessor> processor(new NetworkProcessor);
+    SignalRecorder recorder(processor.data());
+    const QStringList kinds{replies::raw_get, replies::remote_binary, replies::raw_get_file};
+    for (int number = 0; number < 12; ++number) {
+        const ReplyData data = record(kinds.at(number % kinds.size()), server.url(path));
+        if (isPost)
+            processor->startPost(data, "body");
+        else
+            processor->startGet(data);
+    }
+    // Qt opens six connections to one host; the other requests wait.
+    QVERIFY(server.waitForRequests(6));
+    // The download without a file leaves its bytes unread.
+    QTRY_VERIFY(path != "/part" || replies.at(1)->bytesAvailable() > 0);
+
+    LogCapture log;
+    recorder.clear();
+    processor.reset();
+
+    QVERIFY(replies.allGone());
+    QVERIFY(server.waitForConnections(0));
+    QCOMPARE(texts(log), QStringList{"NetworkProcessor dtor"});
+    QCOMPARE(recorder.names(), QStringList());
+}
+
+void tst_NetworkProcessorLifetime::endlessRedirects_data()
+{
+    QTest::addColumn<Mode>("mode");
+
+    QTest::newRow("http") << Mode::Http;
+    QTest::newRow("https") << Mode::Https;
+}
+
+void tst_NetworkProcessorLifetime::endlessRedirects()
+{
+    QFETCH(Mode, mode);
+    ScriptedServer server(mode);
+    furnish(server);
+    server.on("/loop", answers::redirect(302, server.url("/loop").toEncoded()));
+    ReplyCatcher replies;
+    QScopedPointer<NetworkProcessor> processor(new NetworkProcessor);
+    SignalRecorder recorder(processor.data());
+
+    processor->startGet(record(replies::remote_index, server.url("/loop")));
+    QVERIFY(server.waitForRequests(500, 60000));
+    processor->startGet(record(replies::raw_get, server.url("/json")));
+    QVERIFY(recorder.waitFor("s_rawGet"));
+    const int sofar = server.requests("/loop").size();
+    QVERIFY(server.waitForRequests(sofar + 100, 60000));
+    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawGet"});
+
+    processor.reset();
+    QVERIFY(replies.allGone());
+    QVERIFY(server.waitForConnections(0));
+    const int atTheEnd = server.requests().size();
+
+    // Whatever was still under way would have arrived before this answer.
+    NetworkProcessor other;
+    SignalRecorder otherRecorder(&other);
+    other.startGet(record(replies::raw_get, server.url("/json")));
+    QVERIFY(otherRecorder.waitFor("s_rawGet"));
+    QCOMPARE(server.requests().size(), atTheEnd + 1);
+}
+
+void tst_NetworkProcessorLifetime::largeBodies_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("canOpen");
+    QTest::addColumn<qint64>("bodySize");
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<qint64>("least");
+    QTest::addColumn<qint64>("most");
+    QTest::addColumn<QString>("last");
+
+    const qint64 none = 0;
+    const qint64 large = 20 * MiB;
+    for (const Mode mode : {Mode::Http, Mode::Https}) {
+        const auto row = [mode](const char *name) -> QTestData & {
+            return QTest::addRow("%s %d", name, int(mode)) << mode;
+        };
+        row("saved") << 200 << true << large << large << large << large << "s_finished";
+        row("not found") << 404 << true << large << large << none << none << "s_errorChanged";
+        row("server error") << 500 << true << large << large << none << none << "s_errorChanged";
+        row("no redirect") << 300 << true << large << large << none << none << "s_finished";
+        row("no file") << 200 << false << large << large << none << none << "s_finished";
+        // The chunk that reaches the size is written whole.
+        row("surplus") << 200 << true << 36 * MiB << 17 * MiB << 17 * MiB << 19 * MiB
+                       << "s_finished";
+    }
+}
+
+// What is left unread must not stop the rest: bodies are larger than any buffer on the way.
+void tst_NetworkProcessorLifetime::largeBodies()
+{
+    QFETCH(Mode, mode);
+    QFETCH(int, status);
+    QFETCH(bool, canOpen);
+    QFETCH(qint64, bodySize);
+    QFETCH(qint64, size);
+    QFETCH(qint64, least);
+    QFETCH(qint64, most);
+    QFETCH(QString, last);
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(canOpen ? "file" : "missing/file");
+    ScriptedServer server(mode);
+    server.onRequest([status, bodySize](const HttpRequest &, HttpResponse &response) {
+        response.sendGenerated(status, {}, bodySize);
+    });
+    ReplyCatcher replies;
+    NetworkProcessor processor;
+    SignalRecorder recorder(&processor);
+
+    processor.startGet(fileRecord(replies::remote_binary, server.url(), path, quint64(size)));
+    QVERIFY(replies.waitUntilGone(60000));
+
+    const QByteArray content = files::read(path);
+    QVERIFY2(content.size() >= least && content.size() <= most, QByteArray::number(content.size()));
+    QVERIFY(content == HttpResponse::generated(0, content.size()));
+    QCOMPARE(outcomeNames(recorder).last(), last);
+}
+
+QTEST_GUILESS_MAIN(tst_NetworkProcessorLifetime)
+#include "tst_networkprocessor_lifetime.moc"

@@ -1,0 +1,372 @@
+#include "answers.h"
+#include "pingbench.h"
+#include "scriptedserver.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QMetaEnum>
+#include <QtCore/QRegularExpression>
+#include <QtTest/QTest>
+
+using NetworkError = QNetworkReply::NetworkError;
+
+namespace {
+
+const QRegularExpression timedPing(R"(^PING: (\d+)  msec$)");
+
+// The milliseconds that an answer was logged with.
+qint64 loggedMsec(const QString &text)
+{
+    const QRegularExpressionMatch match = timedPing.match(text);
+    return match.hasMatch() ? match.captured(1).toLongLong() : 0;
+}
+
+bool isPingText(const QString &text)
+{
+    return text == "PING: <1 msec" || timedPing.match(text).hasMatch();
+}
+
+QString errorName(NetworkError error)
+{
+    return QMetaEnum::fromType<NetworkError>().valueToKey(error);
+}
+
+QString errorText(NetworkError error, const QString &text)
+{
+    return QString("ERROR \n code: QNetworkReply::%1 \n text: \"%2\"").arg(errorName(error), text);
+}
+
+void addErrorRows()
+{
+    QTest::addColumn<NetworkError>("error");
+    const QMetaEnum errors = QMetaEnum::fromType<NetworkError>();
+    for (int i = 0; i < errors.keyCount(); ++i)
+        QTest::newRow(errors.key(i)) << NetworkError(errors.value(i));
+}
+
+} // namespace
+
+class tst_RemotePingAnswers : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void request();
+    void requestOnTheWire();
+    void everyError_data();
+    void everyError();
+    void success();
+    void serverAnswers_data();
+    void serverAnswers();
+    void serverRefusesTheConnection();
+    void serverCutsTheAnswer();
+    void goesOnAfterFailures();
+    void shortTimes();
+    void longTimes();
+    void timeCountsFromTheLatestPing();
+    void answersAreKept();
+    void strangersRepliesCount();
+    void sendersThatAreNoReplies();
+    void replyErrorOnlyLogs_data();
+    void replyErrorOnlyLogs();
+    void endlessBodiesAreDropped();
+    void endlessBodiesAreDroppedFromTheSocket();
+};
+
+void tst_RemotePingAnswers::request()
+{
+    PingBench bench;
+    const QUrl url("http://127.0.0.1:8080/path?query");
+    bench.ping->setUrl(url);
+    bench.call("sendPing");
+
+    const FakeManager::Sent &sent = bench.manager->last();
+    QCOMPARE(sent.operation, QNetworkAccessManager::GetOperation);
+    QVERIFY(!sent.hasBody);
+    QNetworkRequest expected(url);
+    expected.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QCOMPARE(sent.request, expected);
+    QCOMPARE(sent.request.rawHeaderList(), QList<QByteArray>{"Content-Type"});
+}
+
+void tst_RemotePingAnswers::requestOnTheWire()
+{
+    ScriptedServer server;
+    server.on("/", answers::status(200));
+    RealPing real(server.url(QString()));
+    QVERIFY(real.signals.waitFor("s_ping"));
+
+    const HttpRequest request = server.requests().first();
+    QCOMPARE(request.method, QByteArray("GET"));
+    QCOMPARE(request.target, QByteArray("/"));
+    QCOMPARE(request.header("content-type"), QByteArray("application/x-www-form-urlencoded"));
+    QCOMPARE(request.body, QByteArray());
+}
+
+void tst_RemotePingAnswers::everyError_data()
+{
+    addErrorRows();
+}
+
+void tst_RemotePingAnswers::everyError()
+{
+    QFETCH(NetworkError, error);
+    PingBench bench;
+    bench.log.clear();
+    FakeReply *reply = bench.send();
+    reply->setError(error, "what went wrong");
+    reply->finish();
+
+    switch (error) {
+    case QNetworkReply::NoError:
+    case QNetworkReply::ContentAccessDenied:
+    case QNetworkReply::ContentOperationNotPermittedError:
+        QCOMPARE(bench.signals.names(), QStringList("s_ping"));
+        QVERIFY(isPingText(bench.log.texts(QtDebugMsg).value(0)));
+        QCOMPARE(bench.log.entries().size(), 1);
+        break;
+    case QNetworkReply::OperationCanceledError:
+        QCOMPARE(bench.signals.names(), QStringList());
+        QCOMPARE(bench.log.texts(), QStringList());
+        break;
+    default:
+        QCOMPARE(bench.signals.names(), QStringList("s_error"));
+        QCOMPARE(bench.signals.last("s_error"), QVariantList{QVariant::fromValue(short(-203))});
+        QCOMPARE(bench.log.texts(QtDebugMsg), QStringList(errorText(error, "what went wrong")));
+        QCOMPARE(bench.log.entries().size(), 1);
+    }
+}
+
+void tst_RemotePingAnswers::success()
+{
+    PingBench bench;
+    bench.log.clear();
+    bench.send()->finish();
+    QCOMPARE(bench.signals.names(), QStringList("s_ping"));
+    QCOMPARE(bench.log.entries().size(), 1);
+    QCOMPARE(bench.log.entries().first().function, QByteArray("void RemotePing::replyFinished()"));
+    QCOMPARE(bench.log.originFault("../../source/appl/remoteping"), QString());
+}
+
+void tst_RemotePingAnswers::serverAnswers_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<NetworkError>("error");
+    QTest::newRow("200") << 200 << QNetworkReply::NoError;
+    QTest::newRow("204") << 204 << QNetworkReply::NoError;
+    QTest::newRow("302") << 302 << QNetworkReply::NoError;
+    QTest::newRow("403") << 403 << QNetworkReply::ContentAccessDenied;
+    QTest::newRow("405") << 405 << QNetworkReply::ContentOperationNotPermittedError;
+    QTest::newRow("400") << 400 << QNetworkReply::ProtocolInvalidOperationError;
+    QTest::newRow("404") << 404 << QNetworkReply::ContentNotFoundError;
+    QTest::newRow("410") << 410 << QNetworkReply::ContentGoneError;
+    QTest::newRow("500") << 500 << QNetworkReply::InternalServerError;
+    QTest::newRow("503") << 503 << QNetworkReply::ServiceUnavailableError;
+}
+
+void tst_RemotePingAnswers::serverAnswers()
+{
+    QFETCH(int, status);
+    QFETCH(NetworkError, error);
+    const bool isAnswer = error == QNetworkReply::NoError
+        || error == QNetworkReply::ContentAccessDenied
+        || error == QNetworkReply::ContentOperationNotPermittedError;
+
+    ScriptedServer server;
+    server.onRequest(answers::bytes("body", status));
+    RealPing real(server.url("/"));
+    QVERIFY(real.signals.waitFor(isAnswer ? "s_ping" : "s_error", 3));
+    real.ping.stop();
+
+    QCOMPARE(real.signals.count(isAnswer ? "s_error" : "s_ping"), 0);
+    const QStringList texts = real.log.texts(QtDebugMsg);
+    QCOMPARE(isPingText(texts.first()), isAnswer);
+    const QString start =
+        QString("ERROR \n code: QNetworkReply::%1 \n text: \"").arg(errorName(error));
+    QCOMPARE(texts.first().startsWith(start), !isAnswer);
+    QCOMPARE(real.log.texts(QtWarningMsg), QStringList());
+    if (!isAnswer)
+        QCOMPARE(real.signals.last("s_error").first().value<short>(), short(-203));
+}
+
+void tst_RemotePingAnswers::serverRefusesTheConnection()
+{
+    RealPing real(QUrl(QString("http://127.0.0.1:%1").arg(ScriptedServer::freePort())));
+    QVERIFY(real.signals.waitFor("s_error", 2));
+    real.ping.stop();
+    QCOMPARE(real.signals.last("s_error").first().value<short>(), short(-203));
+    QCOMPARE(real.log.texts(QtDebugMsg).first(),
+             errorText(QNetworkReply::ConnectionRefusedError, "Connection refused"));
+}
+
+void tst_RemotePingAnswers::serverCutsTheAnswer()
+{
+    ScriptedServer server;
+    server.onRequest([](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, 1000);
+        response.write("only a little");
+        response.cut();
+    });
+    RealPing real(server.url("/"));
+    QVERIFY(real.signals.waitFor("s_error"));
+    QCOMPARE(real.signals.count("s_ping"), 0);
+}
+
+void tst_RemotePingAnswers::goesOnAfterFailures()
+{
+    ScriptedServer server;
+    server.onRequest(answers::status(500));
+    RealPing real(server.url("/"));
+    QVERIFY(real.signals.waitFor("s_error"));
+    server.onRequest(answers::status(200));
+    QVERIFY(real.signals.waitFor("s_ping"));
+    server.stop();
+    const int errors = real.signals.count("s_error");
+    QVERIFY(real.signals.waitFor("s_error", errors + 1));
+    QVERIFY(real.ping.isRunnig());
+    server.restart();
+    const int pings = real.signals.count("s_ping");
+    QVERIFY(real.signals.waitFor("s_ping", pings + 1));
+    QCOMPARE(real.signals.count("s_stopped"), 0);
+}
+
+// Below a millisecond unless the machine stops right there: one in many tries is enough.
+void tst_RemotePingAnswers::shortTimes()
+{
+    PingBench bench;
+    bench.log.clear();
+    for (int i = 0; i < 100 && !bench.log.contains(QtDebugMsg, "PING: <1 msec"); ++i)
+        bench.send()->finish();
+    QVERIFY(bench.log.contains(QtDebugMsg, "PING: <1 msec"));
+}
+
+void tst_RemotePingAnswers::longTimes()
+{
+    PingBench bench;
+    bench.log.clear();
+    FakeReply *reply = bench.send();
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_VERIFY(clock.hasExpired(20));
+    reply->finish();
+    QCOMPARE(bench.log.texts().size(), 1);
+    const QString text = bench.log.texts(QtDebugMsg).first();
+    QVERIFY2(timedPing.match(text).hasMatch(), qPrintable(text));
+    QVERIFY(loggedMsec(text) >= 20);
+}
+
+void tst_RemotePingAnswers::timeCountsFromTheLatestPing()
+{
+    PingBench bench;
+    FakeReply *first = bench.send();
+    QElapsedTimer sinceFirst;
+    sinceFirst.start();
+    QTRY_VERIFY(sinceFirst.hasExpired(50));
+    QElapsedTimer sinceSecond;
+    sinceSecond.start();
+    bench.send();
+    bench.log.clear();
+    first->finish();
+    // The time since the first ping is at least 50 ms longer.
+    QVERIFY(loggedMsec(bench.log.texts().first()) <= sinceSecond.elapsed());
+}
+
+void tst_RemotePingAnswers::answersAreKept()
+{
+    PingBench bench;
+    const QPointer<FakeReply> answered = bench.send();
+    answered->finish();
+    const QPointer<FakeReply> failed = bench.send();
+    failed->setError(QNetworkReply::TimeoutError, "late");
+    failed->finish();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(answered);
+    QVERIFY(failed);
+
+    bench.ping->stop();
+    QCOMPARE(answered->abortCalls(), 1);
+    QCOMPARE(failed->abortCalls(), 1);
+}
+
+void tst_RemotePingAnswers::strangersRepliesCount()
+{
+    PingBench bench;
+    bench.ping->start();
+    FakeReply stranger;
+    QVERIFY(connect(&stranger, SIGNAL(finished()), bench.ping.data(), SLOT(replyFinished())));
+    stranger.finish();
+    QCOMPARE(bench.signals.names(), QStringList({"s_started", "s_ping"}));
+}
+
+void tst_RemotePingAnswers::sendersThatAreNoReplies()
+{
+    PingBench bench;
+    bench.log.clear();
+    bench.call("replyFinished");
+    QObject sender;
+    QVERIFY(connect(&sender, SIGNAL(objectNameChanged(QString)), bench.ping.data(),
+                    SLOT(replyFinished())));
+    sender.setObjectName("changed");
+    QCOMPARE(bench.signals.names(), QStringList());
+    QCOMPARE(bench.log.texts(), QStringList());
+}
+
+void tst_RemotePingAnswers::replyErrorOnlyLogs_data()
+{
+    addErrorRows();
+}
+
+void tst_RemotePingAnswers::replyErrorOnlyLogs()
+{
+    QFETCH(NetworkError, error);
+    PingBench bench;
+    bench.log.clear();
+    FakeReply reply;
+    QVERIFY(connect(&reply, SIGNAL(errorOccurred(QNetworkReply::NetworkError)), bench.ping.data(),
+                    SLOT(replyError(QNetworkReply::NetworkError))));
+    reply.fail(error);
+    QCOMPARE(bench.log.texts(QtDebugMsg),
+             QStringList("RemotePing: Network error: QNetworkReply::" + errorName(error)));
+    QCOMPARE(bench.log.entries().size(), 1);
+    QCOMPARE(bench.signals.names(), QStringList());
+}
+
+void tst_RemotePingAnswers::endlessBodiesAreDropped()
+{
+    PingBench bench;
+    FakeReply *reply = bench.send();
+    for (int i = 0; i < 3; ++i) {
+        reply->appendBody(QByteArray(100000, 'x'));
+        Q_EMIT reply->readyRead();
+        QCOMPARE(reply->bytesAvailable(), qint64(0));
+    }
+    QCOMPARE(bench.signals.names(), QStringList());
+}
+
+void tst_RemotePingAnswers::endlessBodiesAreDroppedFromTheSocket()
+{
+    const qint64 size = 16 * 1024 * 1024;
+    ScriptedServer server;
+    server.onRequest([size](const HttpRequest &, HttpResponse &response) {
+        response.sendGenerated(200, {}, size);
+    });
+    PingBench bench;
+    const auto manager = QSharedPointer<QNetworkAccessManager>::create();
+    bench.ping->setManager(manager);
+    bench.ping->setUrl(server.url("/"));
+    bench.call("sendPing");
+
+    const auto *reply = manager->findChild<QNetworkReply *>();
+    QVERIFY(reply);
+    qint64 mostUnread = 0;
+    qint64 received = 0;
+    connect(reply, &QNetworkReply::downloadProgress, this, [&](qint64 bytes) {
+        received = bytes;
+        mostUnread = qMax(mostUnread, reply->bytesAvailable());
+    });
+    QVERIFY(bench.signals.waitFor("s_ping"));
+    QCOMPARE(received, size);
+    QCOMPARE(mostUnread, qint64(0));
+}
+
+QTEST_GUILESS_MAIN(tst_RemotePingAnswers)
+
+#include "tst_remoteping_answers.moc"

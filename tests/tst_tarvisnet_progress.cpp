@@ -1,0 +1,305 @@
+#include "clientbench.h"
+#include "fakereply.h"
+#include "files.h"
+
+#include <QtCore/QJsonDocument>
+#include <QtTest/QTest>
+
+using namespace clientaccess;
+
+Q_DECLARE_METATYPE(QList<QNetworkReply::RawHeaderPair>)
+
+namespace {
+
+const char bytesProgress[] = "s_downloadFileBytesProgress";
+const char fileProgress[] = "s_downloadFileProgress";
+const char uploadProgress[] = "s_uploadFileProgress";
+
+QString uploadLine(qlonglong sent, qlonglong total)
+{
+    return line({"debug: UploadProgress ", " received: ", QString::number(sent),
+                 " total: ", QString::number(total), " complete: ", "0", " % "});
+}
+
+/// QCOMPARE takes doubles for equal that differ a little; here every bit counts.
+bool isExactly(const QVariant &value, double expected)
+{
+    return value.userType() == QMetaType::Double && !(value.toDouble() < expected)
+        && !(value.toDouble() > expected);
+}
+
+} // namespace
+
+/// The progress that a client tells of, and the headers that it can show.
+class tst_TarvisNetProgress : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void tellsDownloads_data();
+    void tellsDownloads();
+    void tellsDownloadsOfUnknownReplies();
+    void tellsDownloadsWithoutSender();
+    void tellsDownloadsOfAServer();
+    void tellsResumedDownloadsOfAServer();
+    void tellsUploads_data();
+    void tellsUploads();
+    void tellsUploadsWithoutSender();
+    void tellsUploadsToAServer();
+    void showsHeaders_data();
+    void showsHeaders();
+    void showsNoHeadersOfNoReply();
+};
+
+void tst_TarvisNetProgress::tellsDownloads_data()
+{
+    QTest::addColumn<qlonglong>("size");
+    QTest::addColumn<qlonglong>("loaded");
+    QTest::addColumn<qlonglong>("received");
+    QTest::addColumn<qlonglong>("total");
+    QTest::addColumn<qlonglong>("bytes");
+    QTest::addColumn<double>("percentage");
+
+    struct Row {
+        const char *name;
+        qlonglong size, loaded, received, total, bytes;
+        double percentage;
+    };
+    // Negative bytes stand for no emission. The odd percentages are what single precision gives.
+    const Row rows[] = {
+        {"a resumed download", 1000, 400, 100, 600, 500, 50.0},
+        {"a fresh download", 1000, 0, 1000, 1000, 1000, 100.0},
+        {"the server's total does not count beside a size", 1000, 0, 500, 7, 500, 50.0},
+        {"the server's total may be unknown beside a size", 1000, 0, 500, -1, 500, 50.0},
+        {"more than the size", 1000, 900, 600, 600, 1500, 150.0},
+        {"one third", 3, 0, 1, 3, 1, 33.333335876464844},
+        {"two thirds", 3, 1, 1, 2, 2, 66.666671752929688},
+        {"seven ninths", 9, 0, 7, 9, 7, 77.777778625488281},
+        {"nearly all rounds to all", 1000000000, 0, 999999999, 1000000000, 999999999, 100.0},
+        {"more than 32 bits", 10737418240, 5000000000, 368709121, -1, 5368709121, 50.0},
+        {"no size", 0, 0, 50, 200, 50, 25.0},
+        {"no size, one third", 0, 0, 1, 3, 1, 33.333335876464844},
+        {"no size, but bytes of an earlier download", 0, 400, 50, 200, 450, 25.0},
+        {"no size and no total", 0, 0, 50, 0, 50, 0.0},
+        {"no size and an unknown total", 0, 0, 50, -1, 50, 0.0},
+        {"nothing received", 1000, 400, 0, 1000, -1, 0.0},
+        {"nothing received of nothing", 0, 0, 0, 0, -1, 0.0},
+        {"less than nothing received", 1000, 400, -1, 1000, -1, 0.0},
+    };
+    for (const Row &row : rows) {
+        QTest::newRow(row.name) << row.size << row.loaded << row.received << row.total << row.bytes
+                                << row.percentage;
+    }
+}
+
+void tst_TarvisNetProgress::tellsDownloads()
+{
+    QFETCH(qlonglong, size);
+    QFETCH(qlonglong, loaded);
+    QFETCH(qlonglong, received);
+    QFETCH(qlonglong, total);
+    QFETCH(qlonglong, bytes);
+    QFETCH(double, percentage);
+
+    ClientBench bench;
+    bench.server.on("/file", answers::withhold());
+    FileData file;
+    file.size = quint64(size);
+    file.resumeOffset = loaded;
+    const QUrl url = bench.server.url("/file?a=1");
+    QNetworkReply *reply = start(*bench.client, record("rawGet", url, file));
+    bench.recorder.clear();
+    Q_EMIT reply->downloadProgress(received, total);
+
+    QCOMPARE(bench.messages(), QStringList());
+    if (bytes < 0) {
+        QCOMPARE(bench.recorder.names(), QStringList());
+        return;
+    }
+    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({bytes, size, url.toString()}));
+    QVERIFY(isExactly(bench.recorder.last(fileProgress).at(0), percentage));
+    QCOMPARE(bench.recorder.last(fileProgress).at(1).toString(), url.toString());
+}
+
+void tst_TarvisNetProgress::tellsDownloadsOfUnknownReplies()
+{
+    ClientBench bench;
+    FakeReply reply(QUrl("http://127.0.0.1/unknown"));
+    follow(*bench.client, reply);
+    Q_EMIT reply.downloadProgress(1, 4);
+
+    const QString url = reply.url().toString();
+    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({1LL, 0LL, url}));
+    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({25.0, url}));
+}
+
+void tst_TarvisNetProgress::tellsDownloadsWithoutSender()
+{
+    ClientBench bench;
+    QVERIFY(QMetaObject::invokeMethod(bench.client, "replyDownloadProgress", Qt::DirectConnection,
+                                      Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200)));
+
+    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({50LL, 0LL, QString()}));
+    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({25.0, QString()}));
+    QCOMPARE(bench.messages(), QStringList());
+}
+
+void tst_TarvisNetProgress::tellsDownloadsOfAServer()
+{
+    ClientBench bench;
+    bench.server.on("/answer", answers::bytes(HttpResponse::generated(0, 3000)));
+    bench.client->fetchInstallerChangeLog(bench.server.url("/answer"));
+    QVERIFY(bench.recorder.waitFor("s_fetchInstallerChangeLogData"));
+
+    const QString url = bench.url("/answer");
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({3000LL, 0LL, url}));
+    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({100.0, url}));
+}
+
+void tst_TarvisNetProgress::tellsResumedDownloadsOfAServer()
+{
+    const QByteArray content = HttpResponse::generated(0, 3000);
+    ClientBench bench;
+    bench.server.on("/file", answers::file(content));
+    bench.client->setTemporaryDirectory(bench.directory.path());
+    files::write(bench.path("file.vtxdownload"), content.left(1000));
+    bench.client->fetchBinary(bench.server.url("/file"), bench.path("file"), 3000);
+    QVERIFY(bench.recorder.waitFor("s_finished"));
+
+    const QString url = bench.url("/file");
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({3000LL, 3000LL, url}));
+    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({100.0, url}));
+    QVERIFY(files::read(bench.path("file")) == content);
+}
+
+void tst_TarvisNetProgress::tellsUploads_data()
+{
+    QTest::addColumn<qlonglong>("sent");
+    QTest::addColumn<qlonglong>("total");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("isTold");
+    QTest::addColumn<double>("percentage");
+
+    const auto told = [](const char *name, qlonglong sent, qlonglong total, double percentage) {
+        QTest::newRow(name) << sent << total << uploadLine(sent, total) << true << percentage;
+    };
+    const auto logged = [](const char *name, qlonglong sent, qlonglong total, const char *message) {
+        QTest::newRow(name) << sent << total << QString(message) << false << 0.0;
+    };
+    const char complete[] = "debug: <TarvisNet::UploadProgress> Upload complete";
+    const char nothing[] = "debug: <TarvisNet::UploadProgress> no bytes avalible";
+    told("half", 50, 100, 50.0);
+    told("one third", 1, 3, 33.333335876464844);
+    told("two thirds", 2, 3, 66.666671752929688);
+    told("nearly all", 999999999, 1000000000, 100.0);
+    told("less than nothing", -1, 100, -1.0);
+    logged("all", 100, 100, complete);
+    logged("a single byte", 1, 1, complete);
+    logged("a request without a body", 0, 0, nothing);
+    logged("the beginning", 0, 100, nothing);
+    logged("an unknown total", 50, -1, nothing);
+    logged("more than all", 101, 100, nothing);
+    logged("nothing of an unknown total", 0, -1, nothing);
+}
+
+void tst_TarvisNetProgress::tellsUploads()
+{
+    QFETCH(qlonglong, sent);
+    QFETCH(qlonglong, total);
+    QFETCH(QString, message);
+    QFETCH(bool, isTold);
+    QFETCH(double, percentage);
+
+    ClientBench bench;
+    FakeReply reply(QUrl("http://127.0.0.1/upload?a=1"));
+    follow(*bench.client, reply);
+    Q_EMIT reply.uploadProgress(sent, total);
+
+    QCOMPARE(bench.messages(), QStringList(message));
+    QCOMPARE(bench.recorder.names(), isTold ? QStringList(uploadProgress) : QStringList());
+    if (!isTold)
+        return;
+    QVERIFY(isExactly(bench.recorder.last(uploadProgress).at(0), percentage));
+    QCOMPARE(bench.recorder.last(uploadProgress).at(1).toString(), reply.url().toString());
+}
+
+void tst_TarvisNetProgress::tellsUploadsWithoutSender()
+{
+    ClientBench bench;
+    QVERIFY(QMetaObject::invokeMethod(bench.client, "replyUploadProgress", Qt::DirectConnection,
+                                      Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200)));
+
+    QCOMPARE(bench.messages(), QStringList(uploadLine(50, 200)));
+    QCOMPARE(bench.recorder.names(), QStringList(uploadProgress));
+    QCOMPARE(bench.recorder.last(uploadProgress), QVariantList({25.0, QString()}));
+}
+
+void tst_TarvisNetProgress::tellsUploadsToAServer()
+{
+    ClientBench bench;
+    bench.server.on("/upload", answers::json({}));
+    // Large enough not to fit into the buffers of the connection at once.
+    const QByteArray body(16 * 1024 * 1024, 'x');
+    bench.client->rawPost(bench.server.url("/upload"), body);
+    QVERIFY(bench.recorder.waitFor("s_rawPost"));
+
+    QCOMPARE(bench.server.requests().value(0).body.size(), body.size());
+    QVERIFY(bench.recorder.count(uploadProgress) > 0);
+    for (const QVariantList &arguments : bench.recorder.of(uploadProgress)) {
+        QVERIFY(arguments.at(0).toDouble() > 0 && arguments.at(0).toDouble() < 100);
+        QCOMPARE(arguments.at(1).toString(), bench.url("/upload"));
+    }
+    QCOMPARE(bench.log.count(QtDebugMsg, "<TarvisNet::UploadProgress> Upload complete"), 1);
+}
+
+void tst_TarvisNetProgress::showsHeaders_data()
+{
+    QTest::addColumn<QList<QNetworkReply::RawHeaderPair>>("headers");
+    QTest::addColumn<QStringList>("messages");
+
+    const auto header = [](const char *name, const char *value) {
+        return line(
+            {"debug: <TarvisNet::debugHeader> Header:", quoted(name), " value: ", quoted(value)});
+    };
+    const QString length = line({"debug: <TarvisNet::debugHeader> Content-Length:", quoted("12")});
+    const QString none = "debug: <TarvisNet::debugHeader> Accept-Ranges NONE.";
+    const auto row = [](const char *name, const QList<QNetworkReply::RawHeaderPair> &headers,
+                        const QStringList &messages) {
+        QTest::newRow(name) << headers << messages;
+    };
+    row("no headers", {}, {});
+    row("headers in order", {{"X-Second", "2"}, {"X-First", "1"}},
+        {header("X-Second", "2"), header("X-First", "1"), none});
+    row("a length", {{"Content-Length", "12"}}, {header("Content-Length", "12"), length, none});
+    row("ranges", {{"Accept-Ranges", "bytes"}}, {header("Accept-Ranges", "bytes")});
+    row("ranges, refused in words", {{"Accept-Ranges", "none"}}, {header("Accept-Ranges", "none")});
+    row("a length and ranges", {{"Accept-Ranges", "bytes"}, {"Content-Length", "12"}},
+        {header("Accept-Ranges", "bytes"), header("Content-Length", "12"), length});
+}
+
+void tst_TarvisNetProgress::showsHeaders()
+{
+    QFETCH(QList<QNetworkReply::RawHeaderPair>, headers);
+    QFETCH(QStringList, messages);
+
+    ClientBench bench;
+    FakeReply reply;
+    for (const QNetworkReply::RawHeaderPair &header : headers)
+        reply.setRawHeader(header.first, header.second);
+    callWithReply(*bench.client, "debugHeader", &reply);
+
+    QCOMPARE(bench.messages(), messages);
+    QCOMPARE(bench.recorder.names(), QStringList());
+}
+
+void tst_TarvisNetProgress::showsNoHeadersOfNoReply()
+{
+    ClientBench bench;
+    callWithReply(*bench.client, "debugHeader", nullptr);
+    QCOMPARE(bench.messages(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(tst_TarvisNetProgress)
+#include "tst_tarvisnet_progress.moc"
