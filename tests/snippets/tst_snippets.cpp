@@ -1,0 +1,173 @@
+#include "answers.h"
+#include "files.h"
+#include "scriptedserver.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QProcess>
+#include <QtCore/QScopedPointer>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QTest>
+
+namespace {
+
+const QString gettingStarted(QStringLiteral(SNIPPET_GETTING_STARTED));
+const QString readme(QStringLiteral(SNIPPET_README));
+
+QByteArray content()
+{
+    return QByteArray(300 * 1000, 'x');
+}
+
+/// A document's program at work in a directory of its own, which is its temporary directory too.
+class Program {
+public:
+    Program(const QString &path, const QStringList &arguments)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TMPDIR"), m_directory.path());
+        m_process.setProcessEnvironment(environment);
+        m_process.setWorkingDirectory(m_directory.path());
+        m_process.setProgram(path);
+        m_process.setArguments(arguments);
+    }
+
+    QString path(const QString &name) const { return m_directory.filePath(name); }
+
+    /// The exit code; -1 when the program does not end by itself. The event loop runs meanwhile,
+    /// for the server lives in it.
+    int run()
+    {
+        m_process.start(QIODevice::ReadOnly);
+        const bool ended =
+            QTest::qWaitFor([this] { return m_process.state() == QProcess::NotRunning; }, 30000);
+        if (!ended || m_process.exitStatus() != QProcess::NormalExit)
+            return -1;
+        m_output = m_process.readAllStandardError();
+        return m_process.exitCode();
+    }
+
+    QByteArray output() const { return m_output; }
+
+private:
+    QTemporaryDir m_directory;
+    QProcess m_process;
+    QByteArray m_output;
+};
+
+QStringList serverArguments(const ScriptedServer &server)
+{
+    return {QStringLiteral("127.0.0.1"), QString::number(server.port())};
+}
+
+QStringList downloadArguments(const ScriptedServer &server)
+{
+    return {server.url(QStringLiteral("/atlas.bin")).toString(), QStringLiteral("atlas.bin"),
+            QString::number(content().size())};
+}
+
+} // namespace
+
+class tst_Snippets : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void gettingStartedDownloadsWhatTheIndexNames();
+    void gettingStartedFails_data();
+    void gettingStartedFails();
+    void gettingStartedTellsItsUsage();
+    void readmeDownloads();
+    void readmeResumes();
+    void readmeFails();
+    void readmeFailsBeforeTheEventLoop();
+
+private:
+    QScopedPointer<ScriptedServer> m_server;
+};
+
+void tst_Snippets::init()
+{
+    m_server.reset(new ScriptedServer(ScriptedServer::Mode::Https));
+    m_server->on("/atlas.bin", answers::file(content()));
+}
+
+void tst_Snippets::gettingStartedDownloadsWhatTheIndexNames()
+{
+    m_server->on("/index.json",
+                 answers::json({{"path", "/atlas.bin"}, {"size", content().size()}}));
+    Program program(gettingStarted, serverArguments(*m_server));
+    QCOMPARE(program.run(), 0);
+    QCOMPARE(files::read(program.path(QStringLiteral("atlas.bin"))), content());
+    QVERIFY2(program.output().contains("100 %"), program.output());
+    QVERIFY2(program.output().contains("/atlas.bin\""), program.output());
+}
+
+void tst_Snippets::gettingStartedFails_data()
+{
+    QTest::addColumn<QByteArray>("index");
+    QTest::addColumn<QByteArray>("error");
+
+    QTest::newRow("no index") << QByteArray() << QByteArray("Error -217");
+    QTest::newRow("index is not JSON") << QByteArray("hello") << QByteArray("Error -218");
+    QTest::newRow("file is not there")
+        << QByteArray(R"({"path": "/none", "size": 5})") << QByteArray("Error -217");
+    QTest::newRow("path without a slash")
+        << QByteArray(R"({"path": "atlas.bin", "size": 5})") << QByteArray("Error -207");
+}
+
+void tst_Snippets::gettingStartedFails()
+{
+    QFETCH(QByteArray, index);
+    QFETCH(QByteArray, error);
+    m_server->on("/", answers::bytes("welcome"));
+    if (!index.isEmpty())
+        m_server->on("/index.json", answers::bytes(index));
+    Program program(gettingStarted, serverArguments(*m_server));
+    QCOMPARE(program.run(), 1);
+    QVERIFY2(program.output().contains(error), program.output());
+}
+
+void tst_Snippets::gettingStartedTellsItsUsage()
+{
+    Program program(gettingStarted, {});
+    QCOMPARE(program.run(), 2);
+    QVERIFY2(program.output().contains("Usage: getting_started HOST PORT"), program.output());
+}
+
+void tst_Snippets::readmeDownloads()
+{
+    Program program(readme, downloadArguments(*m_server));
+    QCOMPARE(program.run(), 0);
+    QCOMPARE(files::read(program.path(QStringLiteral("atlas.bin"))), content());
+}
+
+void tst_Snippets::readmeResumes()
+{
+    Program program(readme, downloadArguments(*m_server));
+    const QString temporaryFile = program.path(QStringLiteral("atlas.bin.vtxdownload"));
+    files::write(temporaryFile, content().left(1000));
+    QCOMPARE(program.run(), 0);
+    QCOMPARE(files::read(program.path(QStringLiteral("atlas.bin"))), content());
+    QVERIFY(!QFileInfo::exists(temporaryFile));
+    QCOMPARE(m_server->requests("/atlas.bin").constFirst().header("range"),
+             QByteArray("bytes=1000-"));
+}
+
+void tst_Snippets::readmeFails()
+{
+    const QStringList arguments = downloadArguments(*m_server);
+    m_server->stop();
+    Program program(readme, arguments);
+    QCOMPARE(program.run(), 1);
+    QVERIFY(!QFileInfo::exists(program.path(QStringLiteral("atlas.bin"))));
+}
+
+void tst_Snippets::readmeFailsBeforeTheEventLoop()
+{
+    Program program(readme, {QString(), QStringLiteral("atlas.bin"), QStringLiteral("5")});
+    QCOMPARE(program.run(), 1);
+}
+
+QTEST_GUILESS_MAIN(tst_Snippets)
+
+#include "tst_snippets.moc"
