@@ -1,0 +1,56 @@
+#include "smalldisk.h"
+
+#include "files.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace {
+
+void must(bool done, const char *what)
+{
+    if (!done)
+        qFatal("%s: %s", what, std::strerror(errno));
+}
+
+} // namespace
+
+void SmallDisk::prepare()
+{
+    const QByteArray user = "0 " + QByteArray::number(getuid()) + " 1";
+    const QByteArray group = "0 " + QByteArray::number(getgid()) + " 1";
+    if (unshare(CLONE_NEWNS) != 0) {
+        must(unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0, "no name space");
+        files::write("/proc/self/setgroups", "deny");
+        files::write("/proc/self/uid_map", user);
+        files::write("/proc/self/gid_map", group);
+    }
+    // What is mounted here must not show outside.
+    must(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "no private mounts");
+}
+
+SmallDisk::SmallDisk(qint64 bytes)
+{
+    mountWith(bytes, 0);
+}
+
+SmallDisk::~SmallDisk()
+{
+    umount2(m_directory.path().toLocal8Bit(), MNT_DETACH);
+}
+
+void SmallDisk::resize(qint64 bytes)
+{
+    mountWith(bytes, MS_REMOUNT);
+}
+
+void SmallDisk::mountWith(qint64 bytes, unsigned long flags)
+{
+    const QByteArray options = "size=" + QByteArray::number(bytes);
+    must(mount("tmpfs", m_directory.path().toLocal8Bit(), "tmpfs", flags, options.constData()) == 0,
+         "no small disk");
+}

@@ -1,0 +1,27 @@
+#ifndef TARVISNET_TESTS_SMALLDISK_H
+#define TARVISNET_TESTS_SMALLDISK_H
+
+#include <QtCore/QTemporaryDir>
+
+/// A file system of a few pages, that nobody but this process sees. It is gone with this object.
+class SmallDisk {
+public:
+    /// To be called before there is any thread: takes a view of the file systems of our own, by
+    /// way of a user name space when we are not root. It is fatal when neither is permitted.
+    static void prepare();
+
+    explicit SmallDisk(qint64 bytes);
+    ~SmallDisk();
+
+    QString path(const QString &name) const { return m_directory.filePath(name); }
+    void resize(qint64 bytes);
+
+private:
+    Q_DISABLE_COPY(SmallDisk)
+
+    void mountWith(qint64 bytes, unsigned long flags);
+
+    QTemporaryDir m_directory;
+};
+
+#endif // TARVISNET_TESTS_SMALLDISK_H

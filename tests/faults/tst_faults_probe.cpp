@@ -1,0 +1,197 @@
+#include "answers.h"
+#include "clientaccess.h"
+#include "endings.h"
+#include "logcapture.h"
+#include "scriptedserver.h"
+
+#include <QtCore/QScopedPointer>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QTimer>
+#include <QtNetwork/QTcpServer>
+#include <QtTest/QTest>
+
+#include <memory>
+#include <vector>
+
+using Mode = ScriptedServer::Mode;
+using endings::signalText;
+
+namespace {
+
+// Between the second and the third ping, so that an answer to the first has had its time.
+constexpr int timeoutMsec = 1500;
+constexpr int slowMsec = 300;
+const QByteArray content = "abcdef";
+const char probeFile[] = "../../source/appl/remoteping";
+
+/// How the root answers the probe while a download stands still.
+struct RootAnswer {
+    QByteArray name;
+    Mode mode;
+    ScriptedServer::Handler answer;
+    /// Whether it counts as a sign of life.
+    bool isAlive;
+};
+
+/// A download that a server withholds, so that only the probe tells whether the server lives.
+struct Download {
+    explicit Download(const RootAnswer &root)
+        : server(root.mode)
+    {
+        server.on("/", root.answer);
+        server.on("/file", [this](const HttpRequest &, HttpResponse &response) {
+            response.sendHead(200, {}, content.size());
+            held = response;
+        });
+        client.setTemporaryDirectory(directory.path());
+        client.setPingTimeout(timeoutMsec);
+        recorder.clear();
+        client.fetchBinary(server.url("/file"), directory.filePath("file"),
+                           qulonglong(content.size()));
+    }
+
+    QTemporaryDir directory;
+    HttpResponse held;
+    ScriptedServer server;
+    TarvisNet client;
+    SignalRecorder recorder{&client};
+};
+
+QList<RootAnswer> rootAnswers()
+{
+    const auto slow = [](const HttpRequest &, HttpResponse &response) {
+        QTimer::singleShot(slowMsec, qApp, [response]() mutable { response.send(200); });
+    };
+    const auto cut = [](const HttpRequest &, HttpResponse &response) { response.cut(); };
+    QList<RootAnswer> answers;
+    for (const Mode mode : {Mode::Http, Mode::Https}) {
+        const QByteArray scheme = mode == Mode::Http ? ", HTTP" : ", HTTPS";
+        answers.append({"mute" + scheme, mode, answers::withhold(), false});
+        answers.append({"closing" + scheme, mode, cut, false});
+        answers.append({"404" + scheme, mode, answers::status(404), false});
+        answers.append({"500" + scheme, mode, answers::status(500), false});
+        answers.append({"403" + scheme, mode, answers::status(403), true});
+        answers.append({"405" + scheme, mode, answers::status(405), true});
+        answers.append({"200" + scheme, mode, answers::status(200), true});
+        answers.append({"slow" + scheme, mode, slow, true});
+    }
+    return answers;
+}
+
+} // namespace
+
+/// What the probe makes of a server decides over the download. The probe has its pace, so all
+/// downloads run at once.
+class tst_FaultsProbe : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void rootAnswersTheProbe_data();
+    void rootAnswersTheProbe();
+    void portAbove32767();
+    void refusedConnection();
+
+private:
+    QScopedPointer<LogCapture> m_log;
+    std::vector<std::unique_ptr<Download>> m_downloads;
+};
+
+void tst_FaultsProbe::initTestCase()
+{
+    m_log.reset(new LogCapture);
+    for (const RootAnswer &root : rootAnswers())
+        m_downloads.push_back(std::make_unique<Download>(root));
+}
+
+void tst_FaultsProbe::cleanupTestCase()
+{
+    m_downloads.clear();
+    m_log.reset();
+}
+
+void tst_FaultsProbe::rootAnswersTheProbe_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<bool>("isAlive");
+    int index = 0;
+    for (const RootAnswer &root : rootAnswers())
+        QTest::newRow(root.name) << index++ << root.isAlive;
+}
+
+void tst_FaultsProbe::rootAnswersTheProbe()
+{
+    QFETCH(int, index);
+    QFETCH(bool, isAlive);
+
+    Download &download = *m_downloads.at(size_t(index));
+    const QString url = download.server.url("/file").toString();
+    QStringList expected = {"s_startPing|-1", "s_repliesCountChanged"};
+    if (isAlive) {
+        // More pings than the time-out would have allowed.
+        QTRY_VERIFY(download.server.requests("/").size() >= 3);
+        download.held.write(content);
+        QVERIFY(download.recorder.waitFor("s_stopPing"));
+        expected << signalText("s_finished", {url}) << "s_repliesCountChanged"
+                 << "s_stopPing";
+    } else {
+        QVERIFY(download.recorder.waitFor("s_errorChanged"));
+        const QString root = download.server.url("").toString();
+        expected << "s_repliesCountChanged"
+                 << "s_stopPing" << signalText("s_aborted", {url})
+                 << signalText("s_errorChanged", {-203, root, QJsonDocument()});
+    }
+    QCOMPARE(endings::seen(download.recorder), expected);
+}
+
+// The probe keeps its port in a signed number of 16 bits. It cannot ask such a server, and so takes
+// it for dead.
+void tst_FaultsProbe::portAbove32767()
+{
+    QTcpServer server;
+    quint16 port = 32768;
+    while (!server.listen(QHostAddress::LocalHost, port))
+        ++port;
+    QTemporaryDir directory;
+    TarvisNet client;
+    SignalRecorder recorder(&client);
+    client.setTemporaryDirectory(directory.path());
+    client.setPingTimeout(500);
+    recorder.clear();
+    m_log->clear();
+    const QString url = QString("http://127.0.0.1:%1/file").arg(port);
+    client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
+    QVERIFY(recorder.waitFor("s_errorChanged"));
+
+    QCOMPARE(endings::seen(recorder),
+             QStringList({"s_startPing|-1", "s_repliesCountChanged", "s_repliesCountChanged",
+                          "s_stopPing", signalText("s_aborted", {url}),
+                          signalText("s_errorChanged", {-203, QString(), QJsonDocument()})}));
+    QCOMPARE(m_log->texts(QtWarningMsg).filter("Incorrect URL:"),
+             QStringList("Incorrect URL: \"\""));
+    QCOMPARE(m_log->originFault(probeFile), QString());
+}
+
+// The download of a server that is gone fails by itself, before the first ping.
+void tst_FaultsProbe::refusedConnection()
+{
+    QTemporaryDir directory;
+    TarvisNet client;
+    SignalRecorder recorder(&client);
+    client.setTemporaryDirectory(directory.path());
+    client.setPingTimeout(timeoutMsec);
+    recorder.clear();
+    const QString url = QString("http://127.0.0.1:%1/file").arg(ScriptedServer::freePort());
+    client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
+    QVERIFY(recorder.waitFor("s_aborted"));
+
+    QCOMPARE(endings::seen(recorder),
+             QStringList({"s_startPing|-1", "s_repliesCountChanged",
+                          signalText("s_errorChanged", {-203, url, QJsonDocument()}),
+                          "s_repliesCountChanged", "s_stopPing", signalText("s_aborted", {url})}));
+}
+
+QTEST_GUILESS_MAIN(tst_FaultsProbe)
+
+#include "tst_faults_probe.moc"
