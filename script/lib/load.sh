@@ -1,0 +1,72 @@
+# shellcheck shell=bash
+# What script/soak and script/crowd share: a place in memory, an nginx for many connections that
+# logs what a connection costs, and the release build. Sourced after common.sh and nginx.sh.
+
+# Apart from what script/test builds, which may be at work at the same time.
+# shellcheck disable=SC2034,SC2154
+build_directory=$root/build/load
+
+work=
+# Files of this size pass through many times; on a disk it would be the disk that is measured.
+make_work_directory() {
+    work=$(mktemp -d -p /dev/shm tarvisnet.XXXXXX)
+    mkdir -p "$work/content/slow" "$work/out"
+    echo '{"channel": "stable", "index": "/index.json"}' >"$work/content/definition.json"
+    echo '{"files": [{"path": "/data.bin"}]}' >"$work/content/index.json"
+}
+
+clean_up() {
+    if [[ -n $work ]]; then
+        stop_nginx "$work"
+        rm -rf "$work"
+    fi
+}
+
+# Instead of the configuration of nginx.sh: of each request it logs when it came, the connection,
+# its number on the connection, and whether the TLS session was resumed ("r") or new (".").
+nginx_configuration() {
+    if ((EUID == 0)); then
+        echo 'user root;'
+    fi
+    cat <<END
+worker_processes 1;
+pid nginx.pid;
+error_log error.log;
+events { worker_connections 4096; }
+http {
+    default_type application/octet-stream;
+    types { application/json json; }
+    client_body_temp_path body;
+    proxy_temp_path proxy;
+    fastcgi_temp_path fastcgi;
+    uwsgi_temp_path uwsgi;
+    scgi_temp_path scgi;
+    log_format load '\$msec \$uri \$status \$body_bytes_sent \$connection \$connection_requests '
+                    '\$ssl_session_reused \$request_time';
+    access_log access.log load;
+    ssl_session_cache shared:sessions:10m;
+    server {
+        listen 127.0.0.1:$1 ssl backlog=4096;
+        ssl_certificate server.crt;
+        ssl_certificate_key server.key;
+        root content;
+        location /slow/ { limit_rate ${slow_rate:-1m}; }
+        location = / { return 204; }
+    }
+}
+END
+}
+
+# build_program TARGET
+build_program() {
+    script/bootstrap --test --soak
+    heading "Building $1"
+    quietly cmake --preset release -B "$build_directory"
+    cmake --build "$build_directory" --parallel "$(nproc)" --target "$1"
+}
+
+# The machine that figures hold for.
+machine() {
+    printf '%s, %d processors, Linux %s\n' \
+        "$(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)" "$(nproc)" "$(uname -r)"
+}
