@@ -1,0 +1,171 @@
+"""The cases of the benchmarks: what is to be done, and how to see that it was done."""
+
+import filecmp
+import hashlib
+import json
+import shutil
+from dataclasses import dataclass, field
+from pathlib import Path
+
+MIB = 1024 * 1024
+ALL = ("library", "manager", "libcurl", "curl", "wget", "aria2")
+QT_AND_LIBCURL = ("library", "manager", "libcurl")
+
+
+@dataclass
+class Work:
+    """What a participant is to do in one run."""
+
+    kind: str
+    program: str
+    options: dict
+    directory: Path
+    programs: Path
+    url: str = ""
+    count: int = 1
+    resumed: bool = False
+
+    @property
+    def is_post(self):
+        return self.options.get("method") == "post"
+
+    def tool(self, name):
+        return str(self.programs / name)
+
+
+@dataclass
+class Case:
+    name: str
+    title: str
+    kind: str  # files, requests, memory, queue or construction
+    participants: tuple = ALL
+    port: str = ""  # name of the server's port
+    content: str = ""
+    count: int = 1
+    resumed: bool = False
+    options: dict = field(default_factory=dict)
+
+    @property
+    def program(self):
+        return "bench_" + {"files": "download"}.get(self.kind, self.kind)
+
+
+def content_sizes(full):
+    """The files that the server has."""
+    large = 1024 if full else 256
+    sizes = {"large.bin": large * MIB, "quarter.bin": large // 4 * MIB, "one.bin": MIB}
+    for mebibytes in memory_sizes(full):
+        sizes[f"memory{mebibytes}.bin"] = mebibytes * MIB
+    return sizes
+
+
+def memory_sizes(full):
+    return (32, 64, 128, 256) if full else (32, 128)
+
+
+def all_cases(full):
+    cases = []
+    for scheme in ("http", "https"):
+        upper = scheme.upper()
+        cases += [
+            Case(f"large-{scheme}", f"Large file, {upper}", "files", ALL, scheme, "large.bin"),
+            Case(f"resume-{scheme}", f"Its second half, {upper}", "files", ALL, scheme,
+                 "large.bin", resumed=True),
+            Case(f"five-{scheme}", f"Five at once, {upper}", "files", ALL, scheme, "quarter.bin", 5),
+        ]
+    for version in ("1.3", "1.2"):
+        cases.append(Case(f"closing-tls{version}", f"1 MiB files, TLS {version}", "files", ALL,
+                          "https" if version == "1.3" else "tls12", "one.bin",
+                          500 if full else 100))
+    requests = 10000 if full else 2000
+    cases.append(Case("get", "Small GETs", "requests", ALL, "http", "small.json", requests,
+                      options={"method": "get"}))
+    cases.append(Case("post", "Small POSTs", "requests", ALL[:-2], "http", "post", requests,
+                      options={"method": "post"}))
+    for size in memory_sizes(full):
+        cases.append(Case(f"memory-{size}", f"{size} MiB in memory", "memory", QT_AND_LIBCURL,
+                          "http", f"memory{size}.bin", options={"chunk": 65536}))
+    for count in (1000, 10000, 100000):
+        cases.append(Case(f"queue-{count}", f"Queue of {count:,}", "queue", ("library",),
+                          count=count))
+    cases.append(Case("construction", "Construction", "construction", ("library", "manager"),
+                      count=1000))
+    return cases
+
+
+class Bench:
+    """Prepares runs below a directory and checks what came of them."""
+
+    def __init__(self, directory, programs, ports):
+        self.directory = directory
+        self.programs = programs
+        self.ports = ports
+        self.content = directory / "content"
+
+    def prepare(self, case, participant):
+        for name in ("out", "temp"):
+            shutil.rmtree(self.directory / name, ignore_errors=True)
+            (self.directory / name).mkdir()
+        work = Work(case.kind, str(self.programs / case.program), dict(case.options),
+                    self.directory, self.programs, count=case.count, resumed=case.resumed)
+        if case.port:
+            scheme = "http" if case.port == "http" else "https"
+            work.url = f"{scheme}://127.0.0.1:{self.ports[case.port]}/{case.content}"
+            work.options["url"] = work.url
+        if case.kind != "memory":
+            work.options["count"] = case.count
+        if case.kind == "queue":
+            work.options = {"count": case.count}
+        if case.kind == "files":
+            work.options["size"] = (self.content / case.content).stat().st_size
+            work.options["directory"] = self.directory
+        if case.resumed:
+            self._lay_first_half(case, participant)
+        return work
+
+    def _lay_first_half(self, case, participant):
+        is_qt = participant in ("library", "manager")
+        path = self.directory / ("temp/0.vtxdownload" if is_qt else "out/0")
+        half = (self.content / case.content).stat().st_size // 2
+        with (self.content / case.content).open("rb") as source, path.open("wb") as target:
+            for _ in range(half // MIB):
+                target.write(source.read(MIB))
+
+    def verify(self, case, participant, work, output):
+        """Whether the work was done."""
+        check = getattr(self, "_verify_" + case.kind, self._verify_count)
+        return check(case, participant, work, output)
+
+    def _verify_files(self, case, _participant, work, _output):
+        files = list((self.directory / "out").iterdir())
+        source = self.content / case.content
+        return len(files) == work.count and all(
+            filecmp.cmp(path, source, shallow=False) for path in files)
+
+    def _verify_requests(self, case, participant, work, output):
+        answer = (self.content / "small.json").read_bytes()
+        if participant == "curl":
+            return output.split(b"\n").count(b"200 %d" % len(answer)) == case.count
+        if participant == "wget":
+            return output == answer * case.count
+        if participant == "aria2":
+            files = list((self.directory / "out").iterdir())
+            return len(files) == case.count and all(f.read_bytes() == answer for f in files)
+        return self._verify_count(case, participant, work, output)
+
+    def _verify_memory(self, case, participant, work, output):
+        if participant == "libcurl":
+            return self._verify_count(case, participant, work, output)
+        digest = hashlib.sha1((self.content / case.content).read_bytes()).hexdigest()
+        return json.loads(output)["sha1"] == digest
+
+    @staticmethod
+    def _verify_count(case, _participant, _work, output):
+        return json.loads(output)["count"] == case.count
+
+    def amount(self, case):
+        """Bytes of a transfer, otherwise the number of requests."""
+        if case.kind not in ("files", "memory"):
+            return case.count
+        size = (self.content / case.content).stat().st_size
+        return size // 2 if case.resumed else size * case.count

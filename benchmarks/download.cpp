@@ -1,0 +1,156 @@
+// Downloads COUNT files of SIZE bytes into DIRECTORY/out, five at a time, by way of temporary files
+// in DIRECTORY/temp. What lies there already is continued.
+
+#include "support.h"
+
+#include <tarvisnet/tarvisnet.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QNetworkReply>
+
+namespace {
+
+constexpr int parallelDownloads = 5;
+
+struct Job {
+    QString url;
+    int count;
+    qint64 size;
+    QString directory;
+    /// Of the bare manager alone; 0 for none.
+    qint64 readBuffer;
+};
+
+struct Times {
+    double downloaded = 0; ///< when all bytes were in the temporary files
+    double finished = 0; ///< when the last file was in its place
+    int files = 0;
+};
+
+QString target(const Job &job, int number)
+{
+    return job.directory + QStringLiteral("/out/") + QString::number(number);
+}
+
+QString temporary(const Job &job, int number)
+{
+    return QStringLiteral("%1/temp/%2.vtxdownload").arg(job.directory).arg(number);
+}
+
+Times downloadWithLibrary(const Job &job)
+{
+    Times times;
+    QElapsedTimer clock;
+    clock.start();
+    TarvisNet client;
+    client.setTemporaryDirectory(job.directory + QStringLiteral("/temp"));
+    QObject::connect(&client, &TarvisNet::s_downloadFileBytesProgress, &client,
+                     [&](qlonglong sent, qlonglong total) {
+                         if (sent == total)
+                             times.downloaded = bench::seconds(clock);
+                     });
+    QObject::connect(&client, &TarvisNet::s_finished, &client, [&] {
+        times.finished = bench::seconds(clock);
+        if (++times.files == job.count)
+            QCoreApplication::quit();
+    });
+    QObject::connect(
+        &client, &TarvisNet::s_errorChanged, &client, [] { QCoreApplication::exit(1); },
+        Qt::QueuedConnection);
+    for (int i = 0; i < job.count; ++i)
+        client.fetchBinary(bench::numbered(job.url, i), target(job, i), qulonglong(job.size));
+    QCoreApplication::exec();
+    return times;
+}
+
+/// What the client does, without the client.
+class BareDownloads : public QObject {
+public:
+    explicit BareDownloads(const Job &job)
+        : m_job(job)
+        , m_sslConfiguration(bench::installSslConfiguration())
+    {
+        m_clock.start();
+    }
+
+    Times run()
+    {
+        for (int i = 0; i < parallelDownloads; ++i)
+            startNext();
+        QCoreApplication::exec();
+        return m_times;
+    }
+
+private:
+    void startNext()
+    {
+        if (m_started == m_job.count)
+            return;
+        const int number = m_started++;
+        QNetworkRequest request =
+            bench::request(bench::numbered(m_job.url, number), "application/x-www-form-urlencoded");
+        request.setRawHeader("Connection", "close");
+        request.setSslConfiguration(m_sslConfiguration);
+        const qint64 available = QFileInfo(temporary(m_job, number)).size();
+        if (available > 0)
+            request.setRawHeader("Range", "bytes=" + QByteArray::number(available) + '-');
+        QNetworkReply *reply = m_manager.get(request);
+        reply->setReadBufferSize(m_job.readBuffer);
+        connect(reply, &QNetworkReply::sslErrors, reply, [reply] { reply->ignoreSslErrors(); });
+        connect(reply, &QIODevice::readyRead, this,
+                [this, reply, number] { append(reply, number); });
+        connect(reply, &QNetworkReply::finished, this, [this, reply, number] {
+            finish(number);
+            reply->deleteLater();
+            startNext();
+        });
+    }
+
+    void append(QNetworkReply *reply, int number)
+    {
+        QFile file(temporary(m_job, number));
+        if (!file.open(QIODevice::Append) || file.size() >= m_job.size)
+            return;
+        file.write(reply->read(reply->bytesAvailable()));
+        file.flush();
+    }
+
+    void finish(int number)
+    {
+        m_times.downloaded = bench::seconds(m_clock);
+        QFile file(temporary(m_job, number));
+        if (!file.copy(target(m_job, number)) || !file.remove())
+            QCoreApplication::exit(1);
+        m_times.finished = bench::seconds(m_clock);
+        if (++m_times.files == m_job.count)
+            QCoreApplication::quit();
+    }
+
+    const Job &m_job;
+    const QSslConfiguration m_sslConfiguration;
+    QElapsedTimer m_clock;
+    Times m_times;
+    int m_started = 0;
+    QNetworkAccessManager m_manager;
+};
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    const bench::Options options({QStringLiteral("engine"), QStringLiteral("url"),
+                                  QStringLiteral("count"), QStringLiteral("size"),
+                                  QStringLiteral("directory"), QStringLiteral("read-buffer")});
+    bench::dropMessages();
+    const Job job{options.text(QStringLiteral("url")), int(options.number(QStringLiteral("count"))),
+                  options.number(QStringLiteral("size")), options.text(QStringLiteral("directory")),
+                  options.number(QStringLiteral("read-buffer"))};
+    const Times times = options.isLibrary() ? downloadWithLibrary(job) : BareDownloads(job).run();
+    bench::print({{QStringLiteral("seconds"), times.downloaded},
+                  {QStringLiteral("secondsWithCopy"), times.finished},
+                  {QStringLiteral("count"), times.files}});
+}

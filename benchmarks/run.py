@@ -1,0 +1,178 @@
+#!/usr/bin/env python3
+"""Runs the cases, every participant in turn in each round, and prints the medians."""
+
+import argparse
+import json
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+from statistics import median
+
+from cases import Bench, all_cases, content_sizes
+from participants import COMMANDS
+
+QUEUE_STEPS = ("add", "refuse", "abort", "abortList")
+
+
+def make_content(directory, full):
+    directory.mkdir(exist_ok=True)
+    block = Path("/dev/urandom")
+    for name, size in content_sizes(full).items():
+        with block.open("rb") as source, (directory / name).open("wb") as target:
+            for _ in range(size // 2**20):
+                target.write(source.read(2**20))
+
+
+def measure(bench, case, participant):
+    """One run: what it took, or None when the work was not done."""
+    work = bench.prepare(case, participant)
+    report = bench.directory / "report"
+    command = [work.tool("bench_launch"), str(report)] + COMMANDS[participant](work)
+    try:
+        done = subprocess.run(command, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
+                              timeout=300, check=False)
+        right = done.returncode == 0 and bench.verify(case, participant, work, done.stdout)
+    except (subprocess.TimeoutExpired, ValueError):
+        right = False
+    if not right:
+        return None
+    usage = json.loads(report.read_text())
+    run = {**timing(bench, case, participant, done.stdout, usage["wall"]),
+           "cpu": usage["user"] + usage["system"], "memory": usage["memory"]}
+    return run if run["seconds"] > 0 else None
+
+
+def timing(bench, case, participant, output, wall):
+    """Who has a clock of its own is believed; the start of a process is not the transfer's."""
+    if case.kind == "queue":
+        steps = json.loads(output)
+        return {"seconds": sum(steps[step] for step in QUEUE_STEPS),
+                **{step: steps[step] for step in QUEUE_STEPS}}
+    if participant in ("library", "manager", "libcurl"):
+        times = json.loads(output)
+        return {name: times[name] for name in ("seconds", "secondsWithCopy") if name in times}
+    if participant == "curl" and case.kind == "files" and case.count == 1:
+        seconds = float(output)
+        return {"seconds": seconds, "secondsWithCopy": seconds + copy(bench)}
+    return {"seconds": wall}
+
+
+def copy(bench):
+    report = bench.directory / "report-copy"
+    source = bench.directory / "out/0"
+    subprocess.run([bench.programs / "bench_launch", report, "cp", source,
+                    bench.directory / "copy"], check=True)
+    (bench.directory / "copy").unlink()
+    return json.loads(report.read_text())["wall"]
+
+
+def run_case(bench, case, rounds):
+    """The runs of every participant, in the order of the rounds."""
+    runs = {participant: [] for participant in case.participants}
+    for number in range(rounds):
+        # Nobody always comes first.
+        turn = number % len(case.participants)
+        for participant in case.participants[turn:] + case.participants[:turn]:
+            runs[participant].append(measure(bench, case, participant))
+    return runs
+
+
+def ratio(runs, reference, key):
+    """Median of the rounds' ratios; above 1 is better than the reference."""
+    pairs = [(mine[key], other[key]) for mine, other in zip(runs, reference)]
+    return median(other / mine for mine, other in pairs if mine > 0)
+
+
+def summarize(bench, case, runs):
+    rows = {}
+    good = {name: each for name, each in runs.items() if None not in each}
+    for name, each in runs.items():
+        if name not in good:
+            rows[name] = {"void": True}
+            continue
+        seconds = median(run["seconds"] for run in each)
+        cpu = median(run["cpu"] for run in each)
+        row = {"seconds": seconds, "rate": bench.amount(case) / seconds,
+               "cpu": cpu / bench.amount(case), "memory": median(run["memory"] for run in each)}
+        for reference in ("curl", "manager"):
+            if reference in good:
+                row[f"of-{reference}"] = ratio(each, good[reference], "seconds")
+                row[f"cpu-of-{reference}"] = 1 / ratio(each, good[reference], "cpu")
+        if name != "curl" and "secondsWithCopy" in each[0] and "curl" in good \
+                and case.count == 1:
+            row["with-copy-of-curl"] = ratio(each, good["curl"], "secondsWithCopy")
+        if case.kind == "queue":
+            row.update({step: median(run[step] for run in each) for step in QUEUE_STEPS})
+        rows[name] = row
+    return {"title": case.title, "kind": case.kind, "amount": bench.amount(case), "rows": rows,
+            "runs": runs}
+
+
+def show(summary):
+    print(f"\n{summary['title']}")
+    for name, row in summary["rows"].items():
+        print(f"  {name:8}  " + (describe(summary["kind"], row) if "void" not in row else "void"))
+    sys.stdout.flush()
+
+
+def describe(kind, row):
+    if kind == "queue":
+        return "  ".join(f"{step} {row[step] * 1e3:.1f} ms" for step in QUEUE_STEPS)
+    if kind in ("files", "memory"):
+        text = f"{row['rate'] / 1e6:8.0f} MB/s  {row['cpu'] * 1e9:6.2f} CPU s/GB"
+    else:
+        text = f"{row['rate']:8.0f} /s    {row['cpu'] * 1e6:6.0f} CPU us each"
+    text += f"  {row['memory'] / 1e6:6.0f} MB"
+    for key, title in (("of-curl", "of curl"), ("of-manager", "of manager"),
+                       ("with-copy-of-curl", "of curl && cp"),
+                       ("cpu-of-manager", "of the manager's CPU")):
+        if key in row:
+            text += f"  {row[key]:5.2f} {title}"
+    return text
+
+
+def write_plot_data(results, path):
+    """A line for each case that curl takes part in, its ratios in the order of the participants."""
+    with path.open("w") as data:
+        data.write("case " + " ".join(COMMANDS) + "\n")
+        for summary in results["cases"].values():
+            rows = summary["rows"]
+            if "of-curl" not in rows.get("library", {}):
+                continue
+            ratios = (str(rows.get(name, {}).get("of-curl", "NaN")) for name in COMMANDS)
+            data.write(f'"{summary["title"]}" ' + " ".join(ratios) + "\n")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--directory", type=Path, required=True)
+    parser.add_argument("--programs", type=Path, required=True)
+    parser.add_argument("--results", type=Path, required=True)
+    parser.add_argument("--ports", nargs=3, required=True, metavar=("HTTP", "HTTPS", "TLS12"))
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--full", action="store_true")
+    parser.add_argument("--case", action="append", help="only cases whose name begins like this")
+    options = parser.parse_args()
+
+    ports = dict(zip(("http", "https", "tls12"), options.ports))
+    bench = Bench(options.directory, options.programs, ports)
+    make_content(bench.content, options.full)
+    results = {"full": options.full, "rounds": options.rounds, "cases": {}}
+    for case in all_cases(options.full):
+        if options.case and not case.name.startswith(tuple(options.case)):
+            continue
+        summary = summarize(bench, case, run_case(bench, case, options.rounds))
+        results["cases"][case.name] = summary
+        show(summary)
+    for name in ("out", "temp"):
+        shutil.rmtree(bench.directory / name, ignore_errors=True)
+    options.results.write_text(json.dumps(results, indent=1) + "\n")
+    write_plot_data(results, options.results.with_suffix(".dat"))
+    voids = [f"{name}: {row}" for name, summary in results["cases"].items()
+             for row, values in summary["rows"].items() if "void" in values]
+    if voids:
+        sys.exit("The work was not done by " + ", ".join(voids))
+
+
+main()
