@@ -99,10 +99,10 @@ void setInstaller(Stage &stage, Dice &dice, int)
     const QString path = stage.named(QStringLiteral("installer"));
     if (dice.oneIn(2))
         files::write(path, QByteArray(dice.below(100), 'i'));
-    const QPointer<TarvisNet> client = stage.client();
-    client->setInstallerFileName(path);
-    if (client)
-        client->setInstallerFileSize(quint64(dice.below(200)));
+    if (dice.oneIn(2))
+        stage.client()->setInstallerFileName(path);
+    else
+        stage.client()->setInstallerFileSize(quint64(dice.below(200)));
 }
 
 void setIdentity(Stage &stage, Dice &dice, int number)

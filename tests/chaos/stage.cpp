@@ -20,6 +20,13 @@ constexpr int modeWeights[] = {0, 0, 0, 0, 1, 1, 1, 1, 1, 2, 3, 4};
 constexpr int temporaryDirectories = 2;
 const char sentinel[] = "nobody may touch this";
 
+/// The path of request \a number after \a hop redirects, as the ledger knows it.
+QString pathOf(int number, int hop)
+{
+    const QString path = QStringLiteral("/r%1").arg(number);
+    return hop == 0 ? path : path + QStringLiteral("/h%1").arg(hop);
+}
+
 QVector<short> clientCodes(bool isFile)
 {
     using namespace errorcodes;
@@ -238,9 +245,30 @@ DrawnRequest Stage::drawForProcessor(int number, Dice &dice, const Draft &draft)
     return answerWith(number, dice, asked, draft);
 }
 
+// Each hop may lie on another server. Returns the one that it leads to, null when that is none.
+ScriptedServer *Stage::redirect(int number, int hop, Dice &dice, const Asked &asked,
+                                ScriptedServer *server)
+{
+    const QByteArray path = pathOf(number, hop).toLatin1();
+    ScriptedServer *next = nullptr;
+    QByteArray target = urlOf(dice, QString::fromLatin1(path), &next).toEncoded();
+    const bool mayBeBlank = hop == 1 && !m_ledger.hasBlank() && asked.owner == m_clientNumber;
+    if (dice.oneIn(8)) {
+        target = path;
+    } else if (dice.oneIn(8)) {
+        target = "none://127.0.0.1" + path;
+    } else if (mayBeBlank && dice.oneIn(8)) {
+        target = QByteArray();
+        m_ledger.setBlank(number);
+    }
+    server->on(pathOf(number, hop - 1).toLatin1(),
+               answers::redirect(dice.pick({301, 302, 303, 307, 308}), target));
+    return target.startsWith("http") ? next : nullptr;
+}
+
 DrawnRequest Stage::answerWith(int number, Dice &dice, Asked asked, const Draft &draft)
 {
-    const QString path = QStringLiteral("/r%1").arg(number);
+    const QString path = pathOf(number, 0);
     DrawnRequest request;
     request.number = number;
     request.file = named(QStringLiteral("f%1.bin").arg(number));
@@ -252,33 +280,15 @@ DrawnRequest Stage::answerWith(int number, Dice &dice, Asked asked, const Draft 
         request.url = server->url(path);
     }
 
-    // Each hop may lie on another server.
     const int hops = dice.oneIn(6) ? (dice.oneIn(20) ? 50 : dice.between(1, 4)) : 0;
-    for (int hop = 1; hop <= hops && server; ++hop) {
-        const QByteArray from =
-            hop == 1 ? path.toLatin1() : (path + QStringLiteral("/h%1").arg(hop - 1)).toLatin1();
-        const QString to = path + QStringLiteral("/h%1").arg(hop);
-        ScriptedServer *next = nullptr;
-        QByteArray target = urlOf(dice, to, &next).toEncoded();
-        if (dice.oneIn(8))
-            target = to.toLatin1();
-        else if (dice.oneIn(8))
-            target = "none://127.0.0.1" + to.toLatin1();
-        else if (hop == 1 && !m_ledger.hasBlank() && asked.owner == m_clientNumber
-                 && dice.oneIn(8)) {
-            target = QByteArray();
-            m_ledger.setBlank(number);
-        }
-        server->on(from, answers::redirect(dice.pick({301, 302, 303, 307, 308}), target));
-        server = target.startsWith("http") ? next : nullptr;
-    }
+    for (int hop = 1; hop <= hops && server; ++hop)
+        server = redirect(number, hop, dice, asked, server);
     asked.isRedirected = hops > 0;
     const Behaviour &behaviour = behaviours::draw(dice);
     const QByteArray body =
         dice.oneIn(3) ? QByteArray("{\"a\":1}") : HttpResponse::generated(0, request.size);
     if (server) {
-        const QString last = hops == 0 ? path : path + QStringLiteral("/h%1").arg(hops);
-        server->on(last.toLatin1(), behaviour.make(dice, body));
+        server->on(pathOf(number, hops).toLatin1(), behaviour.make(dice, body));
     }
     if (draft.isFile && hops == 0 && behaviour.isGood && body.size() == request.size) {
         asked.file = request.file;

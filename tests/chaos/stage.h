@@ -46,8 +46,8 @@ public:
     explicit Stage(Dice &dice);
     ~Stage() override;
 
-    TarvisNet *client() const { return m_client; }
-    NetworkProcessor *processor() const { return m_processor; }
+    TarvisNet *client() const { return m_client.data(); }
+    NetworkProcessor *processor() const { return m_processor.data(); }
     Ledger &ledger() { return m_ledger; }
     int clientNumber() const { return m_clientNumber; }
 
@@ -96,6 +96,8 @@ private:
     void followClient(int owner);
     void followProcessor(int owner);
     DrawnRequest answerWith(int number, Dice &dice, Asked asked, const Draft &draft);
+    ScriptedServer *redirect(int number, int hop, Dice &dice, const Asked &asked,
+                             ScriptedServer *server);
     QUrl urlOf(Dice &dice, const QString &path, ScriptedServer **server);
     void entered();
 

@@ -30,7 +30,7 @@ const Figure figures[] = {
      [](const SoakSample &sample) { return double(sample.residentBytes) / mebibyte; }, 4},
     {"allocated, MiB", [](const SoakSample &sample) { return double(sample.heapBytes) / mebibyte; },
      1},
-    {"open files", [](const SoakSample &sample) { return double(sample.openFiles); }, 1},
+    {"open files", [](const SoakSample &sample) { return double(sample.openFiles); }, 4},
     {"replies alive", [](const SoakSample &sample) { return double(sample.replies); }, 1},
 };
 
