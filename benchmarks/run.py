@@ -13,6 +13,8 @@ from cases import Bench, all_cases, content_sizes
 from participants import COMMANDS
 
 QUEUE_STEPS = ("add", "refuse", "abort", "abortList")
+# What must not grow faster than its size: a case, a larger one, and the figures to compare.
+GROWTHS = (("queue-10000", "queue-100000", QUEUE_STEPS), ("memory-32", "memory-128", ("seconds",)))
 
 
 def make_content(directory, full):
@@ -132,6 +134,14 @@ def describe(kind, row):
     return text
 
 
+def growths(cases):
+    """How many times longer the library takes for the larger cases."""
+    rows = {name: case["rows"]["library"] for name, case in cases.items()
+            if "void" not in case["rows"]["library"]}
+    return {f"{small} to {large}": {key: rows[large][key] / rows[small][key] for key in keys}
+            for small, large, keys in GROWTHS if small in rows and large in rows}
+
+
 def write_plot_data(results, path):
     """A line for each case that curl takes part in, its ratios in the order of the participants."""
     with path.open("w") as data:
@@ -165,6 +175,9 @@ def main():
         summary = summarize(bench, case, run_case(bench, case, options.rounds))
         results["cases"][case.name] = summary
         show(summary)
+    results["growths"] = growths(results["cases"])
+    for title, factors in results["growths"].items():
+        print(f"\n{title}: " + ", ".join(f"{key} {value:.1f} times" for key, value in factors.items()))
     for name in ("out", "temp"):
         shutil.rmtree(bench.directory / name, ignore_errors=True)
     options.results.write_text(json.dumps(results, indent=1) + "\n")

@@ -7,6 +7,9 @@
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using replytools::Append;
 using replytools::Engine;
 
@@ -24,6 +27,27 @@ QString textOf(const Engine &engine, const char *operation, const QString &text)
     return QString("<%1::%2> ").arg(engine.className, operation) + text;
 }
 
+/// No file grows beyond the limit, as if the disk were full.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    Q_DISABLE_COPY_MOVE(FileSizeLimit)
+
+private:
+    const sighandler_t m_handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit m_before{};
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(Append)
@@ -37,6 +61,7 @@ private Q_SLOTS:
     void appendsChunkByChunk();
     void appendMakesTheFile();
     void appendReportsAFileThatCannotBeOpened();
+    void appendKeepsWhatAFullDiskDoesNotTake();
     void overwriteStart_data();
     void overwriteStart();
     void overwriteStartReportsAFileThatCannotBeOpened();
@@ -64,8 +89,10 @@ void tst_ReplyToolsBytes::appendAvailable_data()
     const QByteArray none;
     const QByteArray old("old");
     const QByteArray bytes("bytes");
+    const QByteArray large = QByteArray("0123456789").repeated(50000);
     QTest::newRow("fresh") << none << bytes << quint64(5) << Append::Written << bytes;
     QTest::newRow("resumed") << old << bytes << quint64(8) << Append::Written << old + bytes;
+    QTest::newRow("large") << old << large << quint64(1 << 20) << Append::Written << old + large;
     QTest::newRow("part") << old << bytes << quint64(100) << Append::Written << old + bytes;
     QTest::newRow("surplus in the chunk that completes it")
         << old << bytes << quint64(4) << Append::Written << old + bytes;
@@ -132,6 +159,28 @@ void tst_ReplyToolsBytes::appendReportsAFileThatCannotBeOpened()
     QCOMPARE(replytools::appendAvailable(&reply, directory.filePath("no/file"), 100),
              Append::OpenFailed);
     QCOMPARE(reply.bytesAvailable(), qint64(5));
+}
+
+void tst_ReplyToolsBytes::appendKeepsWhatAFullDiskDoesNotTake()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("file");
+    const QByteArray body = QByteArray("0123456789").repeated(50000);
+    FakeReply reply;
+    reply.appendBody(body);
+    constexpr qint64 room = 200000;
+    {
+        const FileSizeLimit limit(room);
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            QCOMPARE(replytools::appendAvailable(&reply, path, quint64(body.size())),
+                     Append::Written);
+            QCOMPARE(QFileInfo(path).size(), room);
+            QCOMPARE(reply.bytesAvailable(), body.size() - room);
+        }
+    }
+    QCOMPARE(replytools::appendAvailable(&reply, path, quint64(body.size())), Append::Written);
+    QCOMPARE(files::read(path), body);
+    QCOMPARE(reply.bytesAvailable(), qint64(0));
 }
 
 void tst_ReplyToolsBytes::overwriteStart_data()

@@ -53,7 +53,8 @@ void PendingQueue::append(const ReplyData &record)
 ReplyData PendingQueue::takeFirst()
 {
     const auto first = m_entries.begin();
-    unlist(first->first, first->second);
+    unlist(m_byHash, first->second.hash, first->first);
+    unlist(m_byPath, first->second.path, first->first);
     ReplyData record = std::move(first->second.record);
     m_entries.erase(first);
     return record;
@@ -61,22 +62,23 @@ ReplyData PendingQueue::takeFirst()
 
 void PendingQueue::removePath(const QString &path)
 {
-    const Numbers numbers = m_byPath.value(path);
+    const auto listed = m_byPath.find(path);
+    if (listed == m_byPath.end())
+        return;
+    const Numbers numbers = std::move(*listed);
+    m_byPath.erase(listed);
     for (const Number number : numbers) {
         const auto entry = m_entries.find(number);
-        unlist(number, entry->second);
+        unlist(m_byHash, entry->second.hash, number);
         m_entries.erase(entry);
     }
 }
 
-void PendingQueue::unlist(Number number, const Entry &entry)
+template <typename Key>
+void PendingQueue::unlist(QHash<Key, Numbers> &index, const Key &key, Number number)
 {
-    const auto removeFrom = [number](auto &index, const auto &key) {
-        const auto numbers = index.find(key);
-        numbers->erase(number);
-        if (numbers->empty())
-            index.erase(numbers);
-    };
-    removeFrom(m_byHash, entry.hash);
-    removeFrom(m_byPath, entry.path);
+    const auto numbers = index.find(key);
+    numbers->erase(number);
+    if (numbers->empty())
+        index.erase(numbers);
 }

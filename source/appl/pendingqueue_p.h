@@ -34,7 +34,8 @@ private:
         QString path;
     };
 
-    void unlist(Number number, const Entry &entry);
+    template <typename Key>
+    static void unlist(QHash<Key, Numbers> &index, const Key &key, Number number);
 
     // Numbers rise, so the map holds the requests in the order they came.
     std::map<Number, Entry> m_entries;
