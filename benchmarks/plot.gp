@@ -8,7 +8,7 @@ set style histogram clustered gap 1.5
 set style fill solid 0.9 border rgb "white"
 set boxwidth 0.95
 set ylabel "Throughput, curl = 1"
-set yrange [0:*]
+set yrange [0:2]
 set grid ytics linecolor rgb "#dddddd"
 set xtics rotate by -20 scale 0
 set key top right horizontal

@@ -163,8 +163,9 @@ bool collect(const Engine &engine, const char *function, QNetworkReply *reply, R
         return false;
     }
     if (!isFileKind(record->replyType)) {
-        // In place: a copy of the record would copy the whole body with every chunk.
-        record->data += reply->readAll();
+        // In place: a copy of the record would copy the whole body with every chunk. And not by
+        // readAll(), which does not know the size and takes 16 KiB to begin with.
+        record->data += reply->read(reply->bytesAvailable());
         return false;
     }
     const int status = httpStatus(reply);

@@ -3,6 +3,7 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <QtCore/QStringBuilder>
 #include <QtCore/QSysInfo>
 #include <QtNetwork/QNetworkCookieJar>
 #include <QtNetwork/QSslSocket>
@@ -279,15 +280,16 @@ QString TarvisNet::getUserAgent() const
     const ApplicationData &application = *d->application;
     const SystemInfoData &system = *d->systemInfo;
 
-    QString text = orDefault(application.name, general::default_app_name) + QLatin1Char('/')
-        + orDefault(application.version, general::default_app_version)
-        + QLatin1String(" TarvisNet/") + libraryVersion + QLatin1Char(' ');
-    if (!(system.architecture + system.system + system.version).isEmpty()) {
-        text += QLatin1Char('(') + system.architecture + QLatin1String("; ") + system.system
-            + QLatin1String("; ") + system.version + QLatin1Char(')');
+    // Every request asks for it: % allocates once where + would each time.
+    QString text = orDefault(application.name, general::default_app_name) % QLatin1Char('/')
+        % orDefault(application.version, general::default_app_version)
+        % QLatin1String(" TarvisNet/") % libraryVersion % QLatin1Char(' ');
+    if (!(system.architecture.isEmpty() && system.system.isEmpty() && system.version.isEmpty())) {
+        text += QLatin1Char('(') % system.architecture % QLatin1String("; ") % system.system
+            % QLatin1String("; ") % system.version % QLatin1Char(')');
     }
     if (!application.id.isEmpty()) {
-        text += QLatin1Char(' ') + general::default_id_type + QLatin1Char('/') + application.id;
+        text += QLatin1Char(' ') % general::default_id_type % QLatin1Char('/') % application.id;
     }
     return text;
 }
