@@ -16,10 +16,12 @@ constexpr qint64 MiB = 1024 * KiB;
 // Below this size a bound costs more speed than the memory is worth.
 constexpr quint64 boundedFromSize = 16 * MiB;
 // Found by measurement: larger bounds slow TLS down, smaller ones plain HTTP.
-constexpr qint64 plainReadBuffer = 4 * MiB;
+constexpr qint64 plainReadBuffer = 3 * MiB;
 constexpr qint64 tlsReadBuffer = 64 * KiB;
 // Stays in the processor's cache between reading and writing.
 constexpr qint64 pieceSize = 128 * KiB;
+// More than Qt ever takes in one block of a bounded reply.
+constexpr int greatestBlock = 8 * MiB;
 
 constexpr replytools::ErrorRule errorRules[] = {
     {QNetworkReply::OperationCanceledError, 0, 0, false},
@@ -113,6 +115,9 @@ void limitReadBuffer(QNetworkReply *reply, quint64 expectedSize)
 {
     if (expectedSize < boundedFromSize)
         return;
+    // Until glibc has seen so large a block freed, it gives each block of the download back to the
+    // system, and the system clears the pages each time.
+    QByteArray(greatestBlock, Qt::Uninitialized);
     const bool isTls = reply->url().scheme() == QLatin1String("https");
     reply->setReadBufferSize(isTls ? tlsReadBuffer : plainReadBuffer);
 }

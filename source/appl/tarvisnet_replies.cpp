@@ -256,12 +256,12 @@ void TarvisNet::replyUploadProgress(qlonglong _sent, qlonglong _total)
 {
     constexpr replytools::UploadTexts texts = {"<TarvisNet::UploadProgress> Upload complete",
                                                "<TarvisNet::UploadProgress> no bytes avalible"};
-    const QString url = replytools::urlText(qobject_cast<QNetworkReply *>(sender()));
+    const auto *reply = qobject_cast<QNetworkReply *>(sender());
     const std::optional<double> percentage =
         replytools::uploadPercentage(clientEngine, Q_FUNC_INFO, texts, _sent, _total);
     const ActiveCall call(this, d->manager);
     if (percentage)
-        Q_EMIT s_uploadFileProgress(*percentage, url);
+        Q_EMIT s_uploadFileProgress(*percentage, replytools::urlText(reply));
 }
 
 void TarvisNet::debugHeader(QNetworkReply *_reply)
