@@ -88,6 +88,7 @@ class tst_RobustnessServers : public QObject {
 private Q_SLOTS:
     void hostileAnswers_data();
     void hostileAnswers();
+    void followsTwentyThousandRedirects_data() { addModes(); }
     void followsTwentyThousandRedirects();
     void largeDownloadStaysSmall_data() { addModes(); }
     void largeDownloadStaysSmall();
@@ -145,12 +146,15 @@ void tst_RobustnessServers::hostileAnswers_data()
         raw(QByteArray("HTTP/1.1 100 Continue\r\n\r\n").repeated(50)
             + "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody"),
         Outcome::Succeeds, "body");
-    fails("a body shorter than announced", announced("1000", "only a little"));
+    fails("a body shorter than announced", [announced](HttpResponse &response) {
+        response.cork();
+        announced("1000", "only a little")(response);
+    });
     row("a body longer than announced", announced("4", "body and more"), Outcome::Succeeds, "body");
     fallsBack("an absurd length", announced("9223372036854775807", "body"));
     row("a length that is no number", announced("many", "body"), Outcome::Succeeds, "body");
     row("a negative length", announced("-5", "body"), Outcome::Succeeds, "body");
-    fails("a body that is reset", [](HttpResponse &response) {
+    fallsBack("a body that is reset", [](HttpResponse &response) {
         response.sendHead(200, {}, 1000);
         response.write("only a little");
         response.reset();
@@ -196,8 +200,10 @@ void tst_RobustnessServers::hostileAnswers()
 
 void tst_RobustnessServers::followsTwentyThousandRedirects()
 {
+    QFETCH(ScriptedServer::Mode, mode);
+
     constexpr int hops = 20000;
-    ClientBench bench;
+    ClientBench bench(mode);
     bench.server.onRequest([&bench](const HttpRequest &request, HttpResponse &response) {
         const int rest = request.path().mid(1).toInt();
         if (rest == 0)

@@ -52,9 +52,16 @@ QStringList arrivalMessages(const RequestKind &kind, const Ending &ending)
 
 FaultBench::FaultBench(ScriptedServer::Mode mode)
     : ClientBench(mode)
+    , m_destination(path("file"))
 {
     QDir(directory.path()).mkdir("temporary");
-    client->setTemporaryDirectory(path("temporary"));
+    setTemporaryDirectory(path("temporary"));
+}
+
+void FaultBench::setTemporaryDirectory(const QString &path)
+{
+    m_temporaryDirectory = path;
+    client->setTemporaryDirectory(path);
     recorder.clear();
 }
 
@@ -86,6 +93,14 @@ QStringList FaultBench::said() const
             said.append(message);
     }
     return said;
+}
+
+QStringList FaultBench::saidAs(const QStringList &beginnings) const
+{
+    QStringList lines = said();
+    for (int i = 0; i < qMin(lines.size(), beginnings.size()); ++i)
+        lines[i].truncate(beginnings.at(i).size());
+    return lines;
 }
 
 QStringList FaultBench::expectedSignals(const RequestKind &kind, const Ending &ending) const
@@ -126,7 +141,7 @@ QStringList FaultBench::expectedMessages(const RequestKind &kind, const Ending &
 {
     QStringList expected = arrivalMessages(kind, ending);
     if (ending.error != QNetworkReply::NoError)
-        expected += failureMessages(ending);
+        expected += failureMessages(ending, m_url, m_errorText);
     else if (kind.isBinary() && ending.body.isEmpty())
         expected += "warning: Temp file not exist";
     else if (kind.isInstaller())
@@ -136,19 +151,30 @@ QStringList FaultBench::expectedMessages(const RequestKind &kind, const Ending &
     return expected;
 }
 
-QStringList FaultBench::failureMessages(const Ending &ending) const
+QStringList FaultBench::failureMessages(const Ending &ending, const QString &url,
+                                        const QString &text)
 {
     const QString name = enumerator(ending.error);
-    const QString text = quoted(m_errorText);
     QStringList messages = {
         line({"debug: <TarvisNet::replyError> Network error: \n", " code: ", name, "\n"}),
-        line({"debug: Error on: ", quoted(m_url), " \n", " text: ", text, " \n",
+        line({"debug: Error on: ", quoted(url), " \n", " text: ", quoted(text), " \n",
               " http status: ", QString::number(ending.status)}),
         line({"warning: <TarvisNet::handleReply> Network error: \n", " code: ", name, "\n",
-              " text: ", text, "\n"}),
+              " text: ", quoted(text), "\n"}),
     };
     // The failing reply is the only one, so that it is the one that is aborted.
     if (ruleOf(ending.error).aborts)
         messages.append("warning: Reply is removed erlier");
     return messages;
+}
+
+QStringList FaultBench::downloadSignals(const QList<int> &errors, bool isFinished) const
+{
+    QStringList expected = {"s_startPing|-1", "s_repliesCountChanged"};
+    for (const int code : errors)
+        expected << signalText("s_errorChanged", {code, m_url, QJsonDocument()});
+    if (isFinished)
+        expected << signalText("s_finished", {m_url});
+    return expected << "s_repliesCountChanged"
+                    << "s_stopPing";
 }

@@ -61,17 +61,6 @@ inline RequestKind of(const QString &name)
     qFatal("no kind %s", qPrintable(name));
 }
 
-/// One of each sort: what is collected, sent, saved and thrown away.
-inline QList<RequestKind> few()
-{
-    QList<RequestKind> kinds;
-    for (const RequestKind &kind : all()) {
-        if (kind.isFile() || kind.name == replies::raw_get || kind.name == replies::raw_post)
-            kinds.append(kind);
-    }
-    return kinds;
-}
-
 /// Starts a request of \a kind in the way that an application does. A download is to become the
 /// file \a path and has \a size bytes.
 inline void start(TarvisNet &client, const RequestKind &kind, const QUrl &url, const QString &path,

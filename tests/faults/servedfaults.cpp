@@ -9,6 +9,7 @@ constexpr auto noError = QNetworkReply::NoError;
 constexpr auto closed = QNetworkReply::RemoteHostClosedError;
 constexpr auto protocolFailure = QNetworkReply::ProtocolFailure;
 
+constexpr int longHeader = 256 * 1024;
 constexpr int bombSize = 4 * 1024 * 1024;
 
 const QByteArray document = R"({"whole":true})";
@@ -71,6 +72,7 @@ QList<ServedFault> cutAnswers()
         {"closed in the head", raw("HTTP/1.1 200 OK\r\nContent-Le"), Ending::Cut, closed},
         {"half a body, closed", halfBody(1000), Ending::Cut, closed, 200, half},
         {"half a body, reset", halfBody(1000), Ending::Reset, closed, 200, half},
+        {"half a body at once, closed", halfBody(1000), Ending::Cut, closed, 200, half, 1000, true},
         {"half a body of no length, closed", halfBody(HttpResponse::UntilClose), Ending::Cut,
          noError, 200, half},
         {"half a body of no length, reset", halfBody(HttpResponse::UntilClose), Ending::Reset,
@@ -98,6 +100,8 @@ QList<ServedFault> falseFrames()
         {"length too short", announced(length + "8\r\n", half + "more"), Ending::Finish, noError,
          200, half},
         {"length too long", announced(length + "99\r\n", half), Ending::Finish, closed, 200, half},
+        {"length too long, at once", announced(length + "99\r\n", half), Ending::Finish, closed,
+         200, half, 1000, true},
         {"length negative", announced(length + "-5\r\n", document), Ending::Finish, noError, 200,
          document},
         {"length twice", announced(length + "14\r\n" + length + "14\r\n", document), Ending::Finish,
@@ -118,6 +122,10 @@ QList<ServedFault> oddities()
         {"garbage in bytes", raw(HttpResponse::generated(0, 1000)), Ending::Finish, closed},
         {"another protocol", raw("SSH-2.0-server\r\n"), Ending::Finish, closed},
         {"a thousand headers", raw(good + document), Ending::Finish, noError, 200, document},
+        {"a long header",
+         announced("X-Long: " + QByteArray(longHeader, 'x') + "\r\nContent-Length: 14\r\n",
+                   document),
+         Ending::Finish, noError, 200, document},
         {"headers without an end", raw("HTTP/1.1 200 OK\r\n" + manyHeaders()), Ending::Cut, closed},
         {"gzip cut", packed(deflated(document).left(12)), Ending::Finish, noError, 200,
          document.left(9)},

@@ -23,10 +23,17 @@ struct ServedFault {
     QByteArray body = QByteArray();
     /// Size that a download is said to have.
     qulonglong size = 1000;
+    /// Whether body and ending come in one.
+    bool isAtOnce = false;
 
     void end(HttpResponse &response) const;
-    /// Whether the body broke off before the end that was announced.
-    bool isCut() const { return error == QNetworkReply::RemoteHostClosedError && !body.isEmpty(); }
+    bool endsAtOnce() const { return isAtOnce || body.isEmpty(); }
+    /// Whether the outcome is open over HTTP: there Qt takes a body that breaks off for cut or for
+    /// whole, as its thread happens to run.
+    bool mayLookWhole() const
+    {
+        return error == QNetworkReply::RemoteHostClosedError && !endsAtOnce();
+    }
 };
 
 Q_DECLARE_METATYPE(ServedFault)

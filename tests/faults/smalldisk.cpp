@@ -17,6 +17,11 @@ void must(bool done, const char *what)
         qFatal("%s: %s", what, std::strerror(errno));
 }
 
+QByteArray sizeOption(qint64 bytes)
+{
+    return "size=" + QByteArray::number(bytes);
+}
+
 } // namespace
 
 void SmallDisk::prepare()
@@ -35,7 +40,7 @@ void SmallDisk::prepare()
 
 SmallDisk::SmallDisk(qint64 bytes)
 {
-    mountWith(bytes, 0);
+    mountWith(0, sizeOption(bytes));
 }
 
 SmallDisk::~SmallDisk()
@@ -45,12 +50,16 @@ SmallDisk::~SmallDisk()
 
 void SmallDisk::resize(qint64 bytes)
 {
-    mountWith(bytes, MS_REMOUNT);
+    mountWith(MS_REMOUNT, sizeOption(bytes));
 }
 
-void SmallDisk::mountWith(qint64 bytes, unsigned long flags)
+void SmallDisk::protect()
 {
-    const QByteArray options = "size=" + QByteArray::number(bytes);
+    mountWith(MS_REMOUNT | MS_RDONLY, QByteArray());
+}
+
+void SmallDisk::mountWith(unsigned long flags, const QByteArray &options)
+{
     must(mount("tmpfs", m_directory.path().toLocal8Bit(), "tmpfs", flags, options.constData()) == 0,
          "no small disk");
 }

@@ -15,11 +15,13 @@ public:
 
     QString path(const QString &name) const { return m_directory.filePath(name); }
     void resize(qint64 bytes);
+    /// From now on nothing can be written or deleted on it, not even by root.
+    void protect();
 
 private:
     Q_DISABLE_COPY(SmallDisk)
 
-    void mountWith(qint64 bytes, unsigned long flags);
+    void mountWith(unsigned long flags, const QByteArray &options);
 
     QTemporaryDir m_directory;
 };

@@ -1,4 +1,5 @@
 #include "faultbench.h"
+#include "faultrows.h"
 #include "files.h"
 #include "smalldisk.h"
 
@@ -9,8 +10,7 @@
 
 #include <cstring>
 
-using Mode = ScriptedServer::Mode;
-using endings::signalText;
+using faultrows::Mode;
 
 namespace {
 
@@ -19,6 +19,7 @@ constexpr qint64 KiB = 1024;
 constexpr qint64 room = 64 * KiB;
 constexpr qint64 piece = 24 * KiB;
 constexpr qint64 total = 8 * piece;
+const QByteArray content = "abcdef";
 
 const char fetchArgument[] = "--fetch";
 
@@ -32,27 +33,74 @@ int runFetch(const QUrl &url, const QString &path)
     return QCoreApplication::exec();
 }
 
-void addModes()
+/// What a download makes of a disk on which nothing can be written or deleted.
+struct ReadOnlyDisk {
+    QByteArray name;
+    /// Whether it is that of the temporary file, and not that of the destination.
+    bool isTemporary;
+    /// What is on it already; null when there is no such file.
+    QByteArray present;
+    QStringList said;
+    QList<int> errors;
+    bool isFinished;
+    /// What there is on the other disk at the end.
+    QByteArray elsewhere = QByteArray();
+};
+
+QList<ReadOnlyDisk> readOnlyDisks()
 {
-    QTest::addColumn<Mode>("mode");
-    QTest::newRow("HTTP") << Mode::Http;
-    QTest::newRow("HTTPS") << Mode::Https;
+    const QString exists = "warning: Dest file allready exist";
+    const QByteArray none;
+    return {
+        {"no temporary file",
+         true,
+         none,
+         {openFailed, "warning: Temp file not exist"},
+         {-210, -218},
+         false},
+        // What is there counts as the download, and stays.
+        {"begun temporary file",
+         true,
+         "ab",
+         {openFailed, "warning: Unable to remove temporary download file"},
+         {-210},
+         true,
+         "ab"},
+        {"no destination", false, none, {copyFailed}, {-218}, false, content},
+        {"destination of the size",
+         false,
+         "uvwxyz",
+         {"debug: <TarvisNet::fetchBinary> File allready exist: ", exists,
+          "debug: File already loaded. Remove temporary."},
+         {},
+         true},
+        {"destination of another size",
+         false,
+         "old",
+         {exists, "warning: Unable to remove destination file"},
+         {-218},
+         false},
+    };
 }
 
 } // namespace
 
-/// Disks that are full, and processes that are killed, in the middle of a download.
+Q_DECLARE_METATYPE(ReadOnlyDisk)
+
+/// Disks that are full or read-only, and processes that are killed, in the middle of a download.
 class tst_FaultsDisk : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void goesOnOnceThereIsRoom_data() { addModes(); }
+    void goesOnOnceThereIsRoom_data() { faultrows::addModes(); }
     void goesOnOnceThereIsRoom();
-    void resumesWhatAFullDiskCut_data() { addModes(); }
+    void resumesWhatAFullDiskCut_data() { faultrows::addModes(); }
     void resumesWhatAFullDiskCut();
-    void noRoomForTheDestination_data() { addModes(); }
+    void noRoomForTheDestination_data() { faultrows::addModes(); }
     void noRoomForTheDestination();
-    void resumesAfterAKill_data() { addModes(); }
+    void findsAReadOnlyDisk_data();
+    void findsAReadOnlyDisk();
+    void resumesAfterAKill_data() { faultrows::addModes(); }
     void resumesAfterAKill();
 };
 
@@ -64,8 +112,7 @@ void tst_FaultsDisk::goesOnOnceThereIsRoom()
 
     FaultBench bench(mode);
     SmallDisk disk(room);
-    bench.client->setTemporaryDirectory(disk.path("."));
-    bench.recorder.clear();
+    bench.setTemporaryDirectory(disk.path("."));
     HttpResponse answer;
     bench.server.on("/fault", [&](const HttpRequest &, HttpResponse &response) {
         response.sendHead(200, {}, total);
@@ -74,8 +121,7 @@ void tst_FaultsDisk::goesOnOnceThereIsRoom()
     bench.start(requestkinds::of(replies::remote_binary), total);
     QVERIFY(bench.server.waitForRequests(1));
     answer.writeGenerated(3 * piece);
-    const QFileInfo temporary(disk.path("file.vtxdownload"));
-    QTRY_COMPARE(QFileInfo(temporary.filePath()).size(), room);
+    QTRY_COMPARE(QFileInfo(bench.temporary()).size(), room);
 
     disk.resize(4 * total);
     answer.writeGenerated(total - 3 * piece, 3 * piece);
@@ -83,9 +129,8 @@ void tst_FaultsDisk::goesOnOnceThereIsRoom()
     QVERIFY(bench.waitUntilGone());
 
     QVERIFY(files::read(bench.destination()) == HttpResponse::generated(0, total));
-    QVERIFY(!QFileInfo::exists(temporary.filePath()));
-    const Ending ending = {QNetworkReply::NoError, 200, "all"};
-    QCOMPARE(bench.seen(), bench.expectedSignals(requestkinds::of(replies::remote_binary), ending));
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
+    QCOMPARE(bench.seen(), bench.downloadSignals({}, true));
     QCOMPARE(bench.said(), QStringList());
 }
 
@@ -96,32 +141,28 @@ void tst_FaultsDisk::resumesWhatAFullDiskCut()
 
     FaultBench bench(mode);
     SmallDisk disk(room);
-    bench.client->setTemporaryDirectory(disk.path("."));
-    bench.recorder.clear();
+    bench.setTemporaryDirectory(disk.path("."));
+    bench.setDestination(disk.path("file"));
     bench.server.on("/fault", answers::generatedFile(total));
-    const QString destination = disk.path("file");
-    const QString temporary = disk.path("file.vtxdownload");
-    bench.client->fetchBinary(bench.server.url("/fault"), destination, total);
-    QVERIFY(bench.recorder.waitFor("s_stopPing"));
+    const RequestKind binary = requestkinds::of(replies::remote_binary);
+    bench.start(binary, total);
+    QVERIFY(bench.waitUntilGone());
 
-    QCOMPARE(bench.seen().value(2),
-             signalText("s_errorChanged", {-218, bench.url("/fault"), QJsonDocument()}));
-    QCOMPARE(bench.seen().size(), 5);
-    QCOMPARE(bench.said().size(), 1);
-    QVERIFY(bench.said().constFirst().startsWith("warning: Error: "));
-    QVERIFY(files::read(temporary) == HttpResponse::generated(0, room));
-    QVERIFY(!QFileInfo::exists(destination));
+    QCOMPARE(bench.seen(), bench.downloadSignals({-218}, false));
+    QCOMPARE(bench.saidAs({copyFailed}), QStringList(copyFailed));
+    QVERIFY(files::read(bench.temporary()) == HttpResponse::generated(0, room));
+    QVERIFY(!QFileInfo::exists(bench.destination()));
 
     disk.resize(4 * total);
     bench.recorder.clear();
     bench.log.clear();
-    bench.client->fetchBinary(bench.server.url("/fault"), destination, total);
-    QVERIFY(bench.recorder.waitFor("s_stopPing"));
+    bench.start(binary, total);
+    QVERIFY(bench.waitUntilGone());
     QCOMPARE(bench.server.requests().last().header("range"),
              "bytes=" + QByteArray::number(room) + '-');
-    QVERIFY(files::read(destination) == HttpResponse::generated(0, total));
-    QVERIFY(!QFileInfo::exists(temporary));
-    QCOMPARE(bench.recorder.last("s_finished"), QVariantList{bench.url("/fault")});
+    QVERIFY(files::read(bench.destination()) == HttpResponse::generated(0, total));
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
+    QCOMPARE(bench.seen(), bench.downloadSignals({}, true));
     QCOMPARE(bench.said(), QStringList());
 }
 
@@ -131,17 +172,50 @@ void tst_FaultsDisk::noRoomForTheDestination()
 
     FaultBench bench(mode);
     const SmallDisk disk(room);
+    bench.setDestination(disk.path("file"));
     bench.server.on("/fault", answers::generatedFile(total));
-    bench.client->fetchBinary(bench.server.url("/fault"), disk.path("file"), total);
-    QVERIFY(bench.recorder.waitFor("s_stopPing"));
+    bench.start(requestkinds::of(replies::remote_binary), total);
+    QVERIFY(bench.waitUntilGone());
 
-    QCOMPARE(bench.seen().value(2),
-             signalText("s_errorChanged", {-218, bench.url("/fault"), QJsonDocument()}));
-    QCOMPARE(bench.seen().size(), 5);
-    QCOMPARE(bench.said().size(), 1);
-    QVERIFY(bench.said().constFirst().startsWith("warning: Error: "));
+    QCOMPARE(bench.seen(), bench.downloadSignals({-218}, false));
+    QCOMPARE(bench.saidAs({copyFailed}), QStringList(copyFailed));
     QVERIFY(files::read(bench.temporary()) == HttpResponse::generated(0, total));
-    QVERIFY(!QFileInfo::exists(disk.path("file")));
+    QVERIFY(!QFileInfo::exists(bench.destination()));
+}
+
+void tst_FaultsDisk::findsAReadOnlyDisk_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<ReadOnlyDisk>("row");
+    for (const ReadOnlyDisk &row : readOnlyDisks()) {
+        QTest::addRow("%s, HTTP", row.name.constData()) << Mode::Http << row;
+        QTest::addRow("%s, HTTPS", row.name.constData()) << Mode::Https << row;
+    }
+}
+
+void tst_FaultsDisk::findsAReadOnlyDisk()
+{
+    QFETCH(Mode, mode);
+    QFETCH(ReadOnlyDisk, row);
+
+    FaultBench bench(mode);
+    SmallDisk disk(room);
+    if (row.isTemporary)
+        bench.setTemporaryDirectory(disk.path("."));
+    else
+        bench.setDestination(disk.path("file"));
+    const QString onDisk = row.isTemporary ? bench.temporary() : bench.destination();
+    if (!row.present.isNull())
+        files::write(onDisk, row.present);
+    disk.protect();
+    bench.server.on("/fault", answers::file(content));
+    bench.start(requestkinds::of(replies::remote_binary), ulong(content.size()));
+    QVERIFY(bench.waitUntilGone());
+
+    QCOMPARE(bench.seen(), bench.downloadSignals(row.errors, row.isFinished));
+    QCOMPARE(bench.saidAs(row.said), row.said);
+    QCOMPARE(files::read(onDisk), row.present);
+    QCOMPARE(files::read(row.isTemporary ? bench.destination() : bench.temporary()), row.elsewhere);
 }
 
 void tst_FaultsDisk::resumesAfterAKill()
@@ -169,8 +243,7 @@ void tst_FaultsDisk::resumesAfterAKill()
     QVERIFY(bench.waitUntilGone());
     QCOMPARE(bench.server.requests().last().header("range"),
              "bytes=" + QByteArray::number(piece) + '-');
-    const Ending ending = {QNetworkReply::NoError, 206, "all"};
-    QCOMPARE(bench.seen(), bench.expectedSignals(requestkinds::of(replies::remote_binary), ending));
+    QCOMPARE(bench.seen(), bench.downloadSignals({}, true));
     QCOMPARE(bench.said(), QStringList());
     QVERIFY(files::read(bench.destination()) == HttpResponse::generated(0, total));
     QVERIFY(!QFileInfo::exists(bench.temporary()));

@@ -1,4 +1,5 @@
 #include "faultbench.h"
+#include "faultrows.h"
 #include "files.h"
 
 #include <QtCore/QDir>
@@ -11,9 +12,9 @@
 
 using namespace clientaccess;
 
-using Mode = ScriptedServer::Mode;
 using endings::signalText;
-using Prepare = std::function<void(const FaultBench &)>;
+using faultrows::Mode;
+using Prepare = std::function<void(FaultBench &)>;
 
 /// What a server makes of a request for the rest of a file.
 struct RangeAnswer {
@@ -46,8 +47,6 @@ namespace {
 
 const QByteArray content = "abcdef";
 const QByteArray begun = "ab";
-
-const QString openFailed = "warning: <TarvisNet::saveBinary> Error opening file to write!";
 
 QList<RangeAnswer> rangeAnswers()
 {
@@ -83,22 +82,14 @@ private Q_SLOTS:
     void answersToTheRangeOfAnInstaller();
     void findsFiles_data();
     void findsFiles();
-    void temporaryFileIsReadOnly_data() { addModes(); }
+    void temporaryFileIsReadOnly_data() { faultrows::addModes(); }
     void temporaryFileIsReadOnly();
-    void twoDownloadsOfOneName_data() { addModes(); }
+    void twoDownloadsOfOneName_data() { faultrows::addModes(); }
     void twoDownloadsOfOneName();
 
 private:
-    static void addModes();
     static void addFile(const FileFault &fault);
 };
-
-void tst_FaultsDownloads::addModes()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::newRow("HTTP") << Mode::Http;
-    QTest::newRow("HTTPS") << Mode::Https;
-}
 
 void tst_FaultsDownloads::answersToARange_data()
 {
@@ -171,25 +162,24 @@ void tst_FaultsDownloads::findsFiles_data()
     QTest::addColumn<FileFault>("fault");
 
     const auto temporary = [](const QByteArray &bytes) {
-        return [bytes](const FaultBench &bench) { files::write(bench.temporary(), bytes); };
+        return [bytes](FaultBench &bench) { files::write(bench.temporary(), bytes); };
     };
     const auto destination = [](const QByteArray &bytes) {
-        return [bytes](const FaultBench &bench) { files::write(bench.destination(), bytes); };
+        return [bytes](FaultBench &bench) { files::write(bench.destination(), bytes); };
     };
     const QString exists = "warning: Dest file allready exist";
-    const QString error = "warning: Error:";
     const QByteArray none;
 
-    addFile({"nothing", [](const FaultBench &) {}, {}, {}, true, none, content});
+    addFile({"nothing", [](FaultBench &) {}, {}, {}, true, none, content});
     addFile({"stale temporary file", temporary("xy"), {}, {}, true, none, "xycdef"});
     addFile({"whole temporary file", temporary("uvwxyz"), {}, {}, true, none, "uvwxyz"});
     addFile({"temporary file too long", temporary("uvwxyz+"), {}, {}, true, none, "uvwxyz+"});
     addFile({"temporary file is a directory",
-             [](const FaultBench &bench) { QDir().mkpath(bench.temporary()); },
-             {openFailed, error},
+             [](FaultBench &bench) { QDir().mkpath(bench.temporary()); },
+             {openFailed, copyFailed},
              {-210, -218}});
     addFile({"temporary directory is missing",
-             [](const FaultBench &bench) { QDir(bench.path("temporary")).removeRecursively(); },
+             [](FaultBench &bench) { QDir(bench.path("temporary")).removeRecursively(); },
              {openFailed, "warning: Temp file not exist"},
              {-210, -218}});
     addFile({"destination of the size",
@@ -201,12 +191,18 @@ void tst_FaultsDownloads::findsFiles_data()
              content});
     addFile({"destination of another size", destination("old"), {exists}, {-218}});
     addFile({"destination is a directory",
-             [](const FaultBench &bench) { QDir().mkpath(bench.destination()); },
+             [](FaultBench &bench) { QDir().mkpath(bench.destination()); },
              {exists, "warning: Unable to remove destination file"},
              {-218}});
     addFile({"destination is a link to nowhere",
-             [](const FaultBench &bench) { QFile::link("nowhere/file", bench.destination()); },
-             {error},
+             [](FaultBench &bench) { QFile::link("nowhere/file", bench.destination()); },
+             {copyFailed},
+             {-218},
+             false,
+             content});
+    addFile({"directory of the destination is missing",
+             [](FaultBench &bench) { bench.setDestination(bench.path("missing/file")); },
+             {copyFailed},
              {-218},
              false,
              content});
@@ -223,19 +219,8 @@ void tst_FaultsDownloads::findsFiles()
     bench.start(requestkinds::of(replies::remote_binary), ulong(content.size()));
     QVERIFY(bench.waitUntilGone());
 
-    const QString url = bench.url("/fault");
-    QStringList expected = {"s_startPing|-1", "s_repliesCountChanged"};
-    for (const int code : fault.errors)
-        expected << signalText("s_errorChanged", {code, url, QJsonDocument()});
-    if (fault.isFinished)
-        expected << signalText("s_finished", {url});
-    expected << "s_repliesCountChanged"
-             << "s_stopPing";
-    QCOMPARE(bench.seen(), expected);
-    const QStringList said = bench.said();
-    QCOMPARE(said.size(), fault.said.size());
-    for (int i = 0; i < said.size(); ++i)
-        QVERIFY2(said.at(i).startsWith(fault.said.at(i)), qPrintable(said.at(i)));
+    QCOMPARE(bench.seen(), bench.downloadSignals(fault.errors, fault.isFinished));
+    QCOMPARE(bench.saidAs(fault.said), fault.said);
     QCOMPARE(files::read(bench.temporary()), fault.temporary);
     QCOMPARE(files::read(bench.destination()), fault.destination);
 }
@@ -258,11 +243,7 @@ void tst_FaultsDownloads::temporaryFileIsReadOnly()
     program.kill();
     QVERIFY(program.waitForFinished());
 
-    const QString url = bench.url("/fault");
-    QCOMPARE(bench.seen(),
-             QStringList({"s_startPing|-1", "s_repliesCountChanged",
-                          signalText("s_errorChanged", {-210, url, QJsonDocument()}),
-                          signalText("s_finished", {url}), "s_repliesCountChanged", "s_stopPing"}));
+    QCOMPARE(bench.seen(), bench.downloadSignals({-210}, true));
     QCOMPARE(bench.said(), QStringList(openFailed));
     QVERIFY(files::read(bench.destination()) == files::read(sleep));
     QVERIFY(!QFileInfo::exists(bench.temporary()));

@@ -1,9 +1,11 @@
 #include "answers.h"
 #include "clientaccess.h"
 #include "endings.h"
+#include "files.h"
 #include "logcapture.h"
 #include "scriptedserver.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QScopedPointer>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
@@ -31,6 +33,8 @@ struct RootAnswer {
     ScriptedServer::Handler answer;
     /// Whether it counts as a sign of life.
     bool isAlive;
+    /// Whether the server takes no further connections once it has the download's.
+    bool refuses = false;
 };
 
 /// A download that a server withholds, so that only the probe tells whether the server lives.
@@ -39,9 +43,12 @@ struct Download {
         : server(root.mode)
     {
         server.on("/", root.answer);
-        server.on("/file", [this](const HttpRequest &, HttpResponse &response) {
+        const bool refuses = root.refuses;
+        server.on("/file", [this, refuses](const HttpRequest &, HttpResponse &response) {
             response.sendHead(200, {}, content.size());
             held = response;
+            if (refuses)
+                server.refuse();
         });
         client.setTemporaryDirectory(directory.path());
         client.setPingTimeout(timeoutMsec);
@@ -67,6 +74,7 @@ QList<RootAnswer> rootAnswers()
     for (const Mode mode : {Mode::Http, Mode::Https}) {
         const QByteArray scheme = mode == Mode::Http ? ", HTTP" : ", HTTPS";
         answers.append({"mute" + scheme, mode, answers::withhold(), false});
+        answers.append({"refusing" + scheme, mode, answers::withhold(), false, true});
         answers.append({"closing" + scheme, mode, cut, false});
         answers.append({"404" + scheme, mode, answers::status(404), false});
         answers.append({"500" + scheme, mode, answers::status(500), false});
@@ -90,10 +98,14 @@ private Q_SLOTS:
     void cleanupTestCase();
     void rootAnswersTheProbe_data();
     void rootAnswersTheProbe();
+    void portAbove32767_data() { addSchemes(); }
     void portAbove32767();
+    void refusedConnection_data() { addSchemes(); }
     void refusedConnection();
 
 private:
+    static void addSchemes();
+
     QScopedPointer<LogCapture> m_log;
     std::vector<std::unique_ptr<Download>> m_downloads;
 };
@@ -109,6 +121,13 @@ void tst_FaultsProbe::cleanupTestCase()
 {
     m_downloads.clear();
     m_log.reset();
+}
+
+void tst_FaultsProbe::addSchemes()
+{
+    QTest::addColumn<QString>("scheme");
+    QTest::newRow("HTTP") << "http";
+    QTest::newRow("HTTPS") << "https";
 }
 
 void tst_FaultsProbe::rootAnswersTheProbe_data()
@@ -143,12 +162,17 @@ void tst_FaultsProbe::rootAnswersTheProbe()
                  << signalText("s_errorChanged", {-203, root, QJsonDocument()});
     }
     QCOMPARE(endings::seen(download.recorder), expected);
+    // What was held back until then is the whole file, or none of it.
+    QCOMPARE(files::read(download.directory.filePath("file")), isAlive ? content : QByteArray());
+    QVERIFY(!QFileInfo::exists(download.directory.filePath("file.vtxdownload")));
 }
 
 // The probe keeps its port in a signed number of 16 bits. It cannot ask such a server, and so takes
 // it for dead.
 void tst_FaultsProbe::portAbove32767()
 {
+    QFETCH(QString, scheme);
+
     QTcpServer server;
     quint16 port = 32768;
     while (!server.listen(QHostAddress::LocalHost, port))
@@ -160,7 +184,7 @@ void tst_FaultsProbe::portAbove32767()
     client.setPingTimeout(500);
     recorder.clear();
     m_log->clear();
-    const QString url = QString("http://127.0.0.1:%1/file").arg(port);
+    const QString url = QString("%1://127.0.0.1:%2/file").arg(scheme).arg(port);
     client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
     QVERIFY(recorder.waitFor("s_errorChanged"));
 
@@ -176,13 +200,16 @@ void tst_FaultsProbe::portAbove32767()
 // The download of a server that is gone fails by itself, before the first ping.
 void tst_FaultsProbe::refusedConnection()
 {
+    QFETCH(QString, scheme);
+
     QTemporaryDir directory;
     TarvisNet client;
     SignalRecorder recorder(&client);
     client.setTemporaryDirectory(directory.path());
     client.setPingTimeout(timeoutMsec);
     recorder.clear();
-    const QString url = QString("http://127.0.0.1:%1/file").arg(ScriptedServer::freePort());
+    const QString url =
+        QString("%1://127.0.0.1:%2/file").arg(scheme).arg(ScriptedServer::freePort());
     client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
     QVERIFY(recorder.waitFor("s_aborted"));
 

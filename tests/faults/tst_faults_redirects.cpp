@@ -1,4 +1,5 @@
 #include "faultbench.h"
+#include "faultrows.h"
 #include "files.h"
 
 #include <QtCore/QFileInfo>
@@ -8,8 +9,7 @@
 
 using namespace clientaccess;
 
-using Mode = ScriptedServer::Mode;
-using endings::signalText;
+using faultrows::Mode;
 
 namespace {
 
@@ -39,16 +39,78 @@ QList<DeadEnd> deadEnds()
     };
 }
 
-void addRows(const std::function<void(const char *, Mode, const RequestKind &)> &row)
+/// How the last of many servers ends what the others have passed on.
+struct ChainEnd {
+    QByteArray name;
+    ScriptedServer::Handler answer;
+    Ending ending;
+};
+
+QList<ChainEnd> chainEnds()
 {
-    for (const RequestKind &kind : requestkinds::all()) {
-        row("HTTP", Mode::Http, kind);
-        row("HTTPS", Mode::Https, kind);
-    }
+    const auto cut = [](const HttpRequest &, HttpResponse &response) { response.cut(); };
+    const auto refused = [](int status, QNetworkReply::NetworkError error) -> ChainEnd {
+        return {QByteArray::number(status),
+                answers::bytes(document, status),
+                {error, status, document}};
+    };
+    return {
+        refused(401, QNetworkReply::AuthenticationRequiredError),
+        refused(404, QNetworkReply::ContentNotFoundError),
+        refused(410, QNetworkReply::ContentGoneError),
+        {"closed", cut, {QNetworkReply::RemoteHostClosedError}},
+    };
 }
+
+/// What is said when a request is sent on to \a target.
+QStringList sentOn(const QString &target)
+{
+    return {line({"debug: <TarvisNet::redirectReply> redirect reply:", quoted(target)}),
+            "debug:  Find previos target, set to redirect attribute",
+            "debug: <TarvisNet::redirectReply> redirect send."};
+}
+
+/// What is said when the answer of the last of \a hops goes back to the first request.
+QStringList handedBack(int hops)
+{
+    QStringList messages;
+    for (int i = 0; i < hops; ++i) {
+        messages << "debug: <TarvisNet::handleReply> Redirect finished"
+                 << "debug: <TarvisNet::handleReply> Found direct reply";
+    }
+    return messages;
+}
+
+/// The signals of a request of \a kind that was answered after \a hops.
+QStringList answeredSignals(const FaultBench &bench, const RequestKind &kind, const Ending &ending,
+                            int hops)
+{
+    QStringList expected = bench.expectedSignals(kind, ending);
+    const int last = expected.lastIndexOf("s_repliesCountChanged");
+    for (int i = 0; i < hops; ++i)
+        expected.insert(last, "s_repliesCountChanged");
+    return expected;
+}
+
+/// Qt's text for the failure that the client reports.
+struct FailureText {
+    explicit FailureText(TarvisNet *client)
+    {
+        QObject::connect(client, &TarvisNet::s_errorChanged, client,
+                         [this, client](short, const QString &url) {
+                             for (const QNetworkReply *reply : repliesOf(*client)) {
+                                 if (reply->url().toString() == url)
+                                     text = reply->errorString();
+                             }
+                         });
+    }
+
+    QString text;
+};
 
 } // namespace
 
+Q_DECLARE_METATYPE(ChainEnd)
 Q_DECLARE_METATYPE(DeadEnd)
 
 /// Redirects to where nothing is, and long ways, for every kind of request.
@@ -58,24 +120,29 @@ class tst_FaultsRedirects : public QObject {
 private Q_SLOTS:
     void leadsNowhere_data();
     void leadsNowhere();
+    void leadsToOtherSchemes_data();
+    void leadsToOtherSchemes();
     void followsAChain_data();
     void followsAChain();
-    void chainEndsInAnError_data() { followsAChain_data(); }
+    void chainEndsInAnError_data();
     void chainEndsInAnError();
 
 private:
     /// Has the paths from "/fault" on redirect to each other, \a hops times, and the last one to
-    /// "/last".
-    static void layChain(FaultBench &bench);
+    /// "/last". Returns what the client is to say on the way.
+    static QStringList layChain(FaultBench &bench);
 };
 
-void tst_FaultsRedirects::layChain(FaultBench &bench)
+QStringList tst_FaultsRedirects::layChain(FaultBench &bench)
 {
+    QStringList messages;
     for (int i = 0; i < hops; ++i) {
         const QString from = i == 0 ? QString("/fault") : '/' + QString::number(i);
         const QString to = i == hops - 1 ? QString("/last") : '/' + QString::number(i + 1);
         bench.server.on(from.toLatin1(), answers::redirect(302, bench.server.url(to).toEncoded()));
+        messages += sentOn(bench.url(to));
     }
+    return messages;
 }
 
 void tst_FaultsRedirects::leadsNowhere_data()
@@ -83,7 +150,7 @@ void tst_FaultsRedirects::leadsNowhere_data()
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<RequestKind>("kind");
     QTest::addColumn<DeadEnd>("end");
-    addRows([](const char *scheme, Mode mode, const RequestKind &kind) {
+    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
         for (const DeadEnd &end : deadEnds()) {
             QTest::addRow("%s, %s, %s", end.name.constData(), kind.name, scheme)
                 << mode << kind << end;
@@ -99,24 +166,63 @@ void tst_FaultsRedirects::leadsNowhere()
     QFETCH(DeadEnd, end);
 
     FaultBench bench(mode);
+    const FailureText failure(bench.client);
     bench.server.on("/fault", answers::redirect(302, end.location));
     bench.start(kind);
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 2));
     QTRY_COMPARE(repliesOf(*bench.client).size(), 1);
 
-    QStringList expected = bench.expectedSignals(kind, {end.error});
+    const Ending ending = {end.error};
+    QStringList expected = bench.expectedSignals(kind, ending);
+    QStringList messages =
+        sentOn(end.target) + FaultBench::failureMessages(ending, end.target, failure.text);
     expected.replaceInStrings(bench.url("/fault"), end.target);
     // What Qt reads from a file is never running, so that it cannot be aborted.
-    if (end.target.startsWith("file:"))
+    if (end.target.startsWith("file:")) {
         expected.removeLast();
+        messages.removeLast();
+    }
     QCOMPARE(bench.seen(), expected);
-    QCOMPARE(bench.said().mid(0, 3),
-             QStringList(
-                 {line({"debug: <TarvisNet::redirectReply> redirect reply:", quoted(end.target)}),
-                  "debug:  Find previos target, set to redirect attribute",
-                  "debug: <TarvisNet::redirectReply> redirect send."}));
+    QCOMPARE(bench.said(), messages);
     QCOMPARE(bench.server.requests().size(), 1);
     QVERIFY(!QFileInfo::exists(bench.destination()));
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
+}
+
+void tst_FaultsRedirects::leadsToOtherSchemes_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<RequestKind>("kind");
+    QTest::addColumn<bool>("isFile");
+    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
+        QTest::addRow("a file, %s, %s", kind.name, scheme) << mode << kind << true;
+        QTest::addRow("data, %s, %s", kind.name, scheme) << mode << kind << false;
+    });
+}
+
+// A server can have the application read what is not the server's.
+void tst_FaultsRedirects::leadsToOtherSchemes()
+{
+    QFETCH(Mode, mode);
+    QFETCH(RequestKind, kind);
+    QFETCH(bool, isFile);
+
+    FaultBench bench(mode);
+    files::write(bench.path("local"), document);
+    const QUrl target = isFile ? QUrl::fromLocalFile(bench.path("local"))
+                               : QUrl("data:application/json;base64," + document.toBase64());
+    bench.server.on("/fault", answers::redirect(302, target.toEncoded()));
+    bench.start(kind);
+    QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 3));
+    QTRY_COMPARE(repliesOf(*bench.client).size(), 0);
+
+    const Ending ending = {QNetworkReply::NoError, 0, kind.isBinary() ? "" : document};
+    QCOMPARE(bench.seen(), answeredSignals(bench, kind, ending, 1));
+    QCOMPARE(bench.said(),
+             sentOn(target.toString()) + handedBack(1) + bench.expectedMessages(kind, {}));
+    QCOMPARE(bench.server.requests().size(), 1);
+    const bool isSaved = QByteArray(kind.signal).contains("File");
+    QCOMPARE(files::read(bench.destination()), isSaved ? document : QByteArray());
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
@@ -124,7 +230,7 @@ void tst_FaultsRedirects::followsAChain_data()
 {
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<RequestKind>("kind");
-    addRows([](const char *scheme, Mode mode, const RequestKind &kind) {
+    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
         QTest::addRow("%s, %s", kind.name, scheme) << mode << kind;
     });
 }
@@ -136,7 +242,7 @@ void tst_FaultsRedirects::followsAChain()
     QFETCH(RequestKind, kind);
 
     FaultBench bench(mode);
-    layChain(bench);
+    const QStringList onTheWay = layChain(bench);
     bench.server.on("/last", answers::bytes(document));
     bench.start(kind);
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", hops + 2));
@@ -144,16 +250,27 @@ void tst_FaultsRedirects::followsAChain()
 
     // The bytes of a redirected download are not saved.
     const Ending ending = {QNetworkReply::NoError, 200, kind.isBinary() ? "" : document};
-    QStringList expected = bench.expectedSignals(kind, ending);
-    const int last = expected.lastIndexOf("s_repliesCountChanged");
-    for (int i = 0; i < hops; ++i)
-        expected.insert(last, "s_repliesCountChanged");
-    QCOMPARE(bench.seen(), expected);
+    QCOMPARE(bench.seen(), answeredSignals(bench, kind, ending, hops));
+    QCOMPARE(bench.said(), onTheWay + handedBack(hops) + bench.expectedMessages(kind, {}));
     QCOMPARE(bench.server.requests().size(), hops + 1);
-    QCOMPARE(bench.log.texts(QtDebugMsg).count("<TarvisNet::handleReply> Found direct reply"),
-             hops);
     QCOMPARE(bench.server.requests().first().method, QByteArray(kind.verb));
     QCOMPARE(bench.server.requests().last().method, QByteArray("GET"));
+    const bool isSaved = QByteArray(kind.signal).contains("File");
+    QCOMPARE(files::read(bench.destination()), isSaved ? document : QByteArray());
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
+}
+
+void tst_FaultsRedirects::chainEndsInAnError_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<RequestKind>("kind");
+    QTest::addColumn<ChainEnd>("end");
+    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
+        for (const ChainEnd &end : chainEnds()) {
+            QTest::addRow("%s, %s, %s", end.name.constData(), kind.name, scheme)
+                << mode << kind << end;
+        }
+    });
 }
 
 // Every hop keeps its place.
@@ -161,24 +278,29 @@ void tst_FaultsRedirects::chainEndsInAnError()
 {
     QFETCH(Mode, mode);
     QFETCH(RequestKind, kind);
+    QFETCH(ChainEnd, end);
 
     FaultBench bench(mode);
-    layChain(bench);
-    bench.server.on("/last", answers::bytes(document, 410));
+    const FailureText failure(bench.client);
+    const QStringList onTheWay = layChain(bench);
+    bench.server.on("/last", end.answer);
     bench.start(kind);
-    QVERIFY(bench.recorder.waitFor("s_aborted"));
+    QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 2));
     QTRY_COMPARE(repliesOf(*bench.client).size(), hops);
 
     // The last hop is no download, and reads what the server says.
-    QStringList expected = bench.expectedSignals(requestkinds::of(replies::raw_get),
-                                                 {QNetworkReply::ContentGoneError, 410, document});
+    QStringList expected = bench.expectedSignals(requestkinds::of(replies::raw_get), end.ending);
     if (kind.isFile()) {
         expected.prepend("s_startPing|-1");
-        expected.insert(expected.size() - 1, "s_stopPing");
+        expected.insert(expected.lastIndexOf("s_repliesCountChanged") + 1, "s_stopPing");
     }
     expected.replaceInStrings(bench.url("/fault"), bench.url("/last"));
     QCOMPARE(bench.seen(), expected);
-    QCOMPARE(bench.server.requests().size(), hops + 1);
+    QCOMPARE(bench.said(),
+             onTheWay + FaultBench::failureMessages(end.ending, bench.url("/last"), failure.text));
+    QCOMPARE(bench.server.requests("/fault").size(), 1);
+    QVERIFY(!QFileInfo::exists(bench.destination()));
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
 QTEST_GUILESS_MAIN(tst_FaultsRedirects)

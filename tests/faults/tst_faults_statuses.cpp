@@ -1,8 +1,11 @@
 #include "faultbench.h"
+#include "faultrows.h"
 #include "servedfaults.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+using faultrows::Mode;
 
 /// Every refusal of a server, in JSON and not, to every kind of request.
 class tst_FaultsStatuses : public QObject {
@@ -15,31 +18,25 @@ private Q_SLOTS:
 
 void tst_FaultsStatuses::refuses_data()
 {
-    QTest::addColumn<ScriptedServer::Mode>("mode");
+    QTest::addColumn<Mode>("mode");
     QTest::addColumn<RequestKind>("kind");
     QTest::addColumn<int>("status");
     QTest::addColumn<QNetworkReply::NetworkError>("error");
     QTest::addColumn<QByteArray>("body");
 
-    const auto addRows = [](const char *scheme, ScriptedServer::Mode mode,
-                            const QList<RequestKind> &kinds) {
+    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
         for (const Refusal &refusal : refusals()) {
-            for (const RequestKind &kind : kinds) {
-                for (const QByteArray &body : refusalBodies()) {
-                    QTest::addRow("%d %s, %s, %s", refusal.status, body.constData(), kind.name,
-                                  scheme)
-                        << mode << kind << refusal.status << refusal.error << body;
-                }
+            for (const QByteArray &body : refusalBodies()) {
+                QTest::addRow("%d %s, %s, %s", refusal.status, body.constData(), kind.name, scheme)
+                    << mode << kind << refusal.status << refusal.error << body;
             }
         }
-    };
-    addRows("HTTP", ScriptedServer::Mode::Http, requestkinds::all());
-    addRows("HTTPS", ScriptedServer::Mode::Https, requestkinds::few());
+    });
 }
 
 void tst_FaultsStatuses::refuses()
 {
-    QFETCH(ScriptedServer::Mode, mode);
+    QFETCH(Mode, mode);
     QFETCH(RequestKind, kind);
     QFETCH(int, status);
     QFETCH(QNetworkReply::NetworkError, error);

@@ -6,6 +6,7 @@
 #include <tarvisnet/tarvisnet.h>
 
 #include <QtCore/QByteArray>
+#include <QtCore/QDebug>
 #include <QtCore/QMetaObject>
 #include <QtCore/QStringList>
 #include <QtNetwork/QNetworkAccessManager>
@@ -104,7 +105,9 @@ inline QString line(const QStringList &items)
 /// What a debug stream makes of a text that is a QString or a QByteArray.
 inline QString quoted(const QString &text)
 {
-    return QLatin1Char('"') + text + QLatin1Char('"');
+    QString made;
+    QDebug(&made).nospace() << text;
+    return made;
 }
 
 } // namespace clientaccess

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace {
@@ -172,6 +174,12 @@ void HttpConnection::end(Ending ending)
     }
     m_ending = ending;
     pump();
+}
+
+void HttpConnection::cork()
+{
+    const int on = 1;
+    setsockopt(int(m_socket->socketDescriptor()), IPPROTO_TCP, TCP_CORK, &on, sizeof on);
 }
 
 // Writing may emit, and so come back here; the outermost call does the work.

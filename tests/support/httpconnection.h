@@ -48,6 +48,7 @@ public:
     void putRaw(const QByteArray &bytes);
     void put(const Output &output);
     void end(Ending ending);
+    void cork();
 
     qint64 bytesToWrite() const;
     void flush();

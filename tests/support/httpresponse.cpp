@@ -87,6 +87,12 @@ void HttpResponse::writeRaw(const QByteArray &bytes)
         connection->putRaw(bytes);
 }
 
+void HttpResponse::cork()
+{
+    if (HttpConnection *const connection = live())
+        connection->cork();
+}
+
 void HttpResponse::cut()
 {
     if (HttpConnection *const connection = live())

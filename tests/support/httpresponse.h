@@ -56,6 +56,9 @@ public:
 
     /// Bytes as they are, in place of a head or anywhere else; finish() then closes.
     void writeRaw(const QByteArray &bytes);
+    /// What little follows reaches the client in one with the end of the connection, if that is
+    /// closed at once.
+    void cork();
     /// Closes the connection (FIN).
     void cut();
     /// Tears the connection down (RST).

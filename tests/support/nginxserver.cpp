@@ -1,5 +1,6 @@
 #include "nginxserver.h"
 
+#include "boundprocess.h"
 #include "files.h"
 #include "scriptedserver.h"
 
@@ -8,9 +9,7 @@
 #include <QtNetwork/QTcpSocket>
 
 #include <algorithm>
-#include <csignal>
 #include <iterator>
-#include <sys/prctl.h>
 
 namespace {
 
@@ -50,12 +49,6 @@ http {
     }
 }
 )";
-
-/// Takes its process along when the test dies without a destructor.
-class BoundProcess : public QProcess {
-protected:
-    void setupChildProcess() override { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }
-};
 
 constexpr int logFields = 9;
 

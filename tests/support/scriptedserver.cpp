@@ -221,9 +221,14 @@ void ScriptedServer::closeAll()
         socket->abort();
 }
 
-void ScriptedServer::stop()
+void ScriptedServer::refuse()
 {
     m_listener->close();
+}
+
+void ScriptedServer::stop()
+{
+    refuse();
     closeAll();
 }
 

@@ -112,6 +112,8 @@ public:
     QUrl url(const QString &pathAndQuery = QStringLiteral("/")) const;
     /// Closes every open connection at once.
     void closeAll();
+    /// Refuses new connections; those that are open go on, and port() remains.
+    void refuse();
     /// Closes every connection and refuses new ones; port() remains.
     void stop();
     /// Listens on the same port again.

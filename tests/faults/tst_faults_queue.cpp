@@ -1,0 +1,169 @@
+#include "clientbench.h"
+#include "endings.h"
+#include "faultrows.h"
+
+#include <QtTest/QTest>
+
+#include <algorithm>
+
+using namespace clientaccess;
+
+using endings::signalText;
+using faultrows::Mode;
+
+namespace {
+
+const QString changed = "s_repliesCountChanged";
+
+/// A client that asks a server which keeps each answer until it is told to give it.
+struct QueueBench : ClientBench {
+    explicit QueueBench(Mode mode)
+        : ClientBench(mode)
+    {
+        server.onRequest([this](const HttpRequest &request, HttpResponse &response) {
+            held.insert(request.path(), response);
+        });
+    }
+
+    void ask(const QList<QByteArray> &paths)
+    {
+        for (const QByteArray &path : paths)
+            client->rawGet(server.url(path));
+    }
+    /// Gives the answer to \a path and waits until the client is done with it.
+    bool answer(const QByteArray &path)
+    {
+        const int before = recorder.count(changed);
+        held[path].send(200, {}, "[]");
+        return recorder.waitFor(changed, before + 1);
+    }
+    /// The result of a request for \a path.
+    QString result(const QString &path) const
+    {
+        return signalText("s_rawGet", {QJsonDocument::fromJson("[]"), url(path)});
+    }
+    /// What the server was asked for, in the order of arrival.
+    QList<QByteArray> asked() const
+    {
+        QList<QByteArray> paths;
+        for (const HttpRequest &request : server.requests())
+            paths.append(request.path());
+        return paths;
+    }
+    /// How many requests the client is waiting for.
+    int running() const
+    {
+        int count = 0;
+        for (const QNetworkReply *reply : repliesOf(*client))
+            count += reply->isRunning() ? 1 : 0;
+        return count;
+    }
+
+    QMap<QByteArray, HttpResponse> held;
+};
+
+} // namespace
+
+/// Requests that wait for their turn, while the server is slow.
+class tst_FaultsQueue : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void limitIsRaised_data() { faultrows::addModes(); }
+    void limitIsRaised();
+    void stopFlagHoldsRequests_data() { faultrows::addModes(); }
+    void stopFlagHoldsRequests();
+    void stopFlagLetsRedirectsGo_data() { faultrows::addModes(); }
+    void stopFlagLetsRedirectsGo();
+};
+
+// Each change starts one request, however many places are free.
+void tst_FaultsQueue::limitIsRaised()
+{
+    QFETCH(Mode, mode);
+
+    QueueBench bench(mode);
+    bench.client->setParallelRequestsCount(1);
+    bench.recorder.clear();
+    bench.ask({"/1", "/2", "/3", "/4"});
+    bench.client->setParallelRequestsCount(3);
+    QCOMPARE(bench.running(), 1);
+    QVERIFY(bench.server.waitForRequests(1));
+
+    QVERIFY(bench.answer("/1"));
+    QCOMPARE(bench.running(), 1);
+    QVERIFY(bench.server.waitForRequests(2));
+    bench.ask({"/5"});
+    QCOMPARE(bench.running(), 2);
+    QVERIFY(bench.server.waitForRequests(3));
+    for (const char *path : {"/2", "/3"})
+        QVERIFY(bench.answer(path));
+    QVERIFY(bench.server.waitForRequests(5));
+    for (const char *path : {"/4", "/5"})
+        QVERIFY(bench.answer(path));
+
+    QList<QByteArray> asked = bench.asked();
+    // The last two are on their way side by side.
+    std::sort(asked.begin() + 3, asked.end());
+    QCOMPARE(asked, QList<QByteArray>({"/1", "/2", "/3", "/4", "/5"}));
+    QCOMPARE(endings::seen(bench.recorder),
+             QStringList({changed, changed, changed, changed, "s_parallelRequestCountChanged",
+                          bench.result("/1"), changed, changed, bench.result("/2"), changed,
+                          bench.result("/3"), changed, bench.result("/4"), changed,
+                          bench.result("/5"), changed}));
+    QCOMPARE(bench.messages(), QStringList());
+}
+
+// What runs is answered all the same. Clearing the flag starts nothing, the next change does.
+void tst_FaultsQueue::stopFlagHoldsRequests()
+{
+    QFETCH(Mode, mode);
+
+    QueueBench bench(mode);
+    bench.ask({"/1"});
+    QVERIFY(bench.server.waitForRequests(1));
+    bench.client->setStopProcess(true);
+    bench.ask({"/2", "/3"});
+    QVERIFY(bench.answer("/1"));
+    QCOMPARE(bench.running(), 0);
+    bench.client->setStopProcess(false);
+    QCOMPARE(bench.running(), 0);
+
+    bench.ask({"/4"});
+    QCOMPARE(bench.running(), 1);
+    for (int done = 1; done <= 3; ++done) {
+        QVERIFY(bench.server.waitForRequests(done + 1));
+        QVERIFY(bench.answer(bench.asked().constLast()));
+    }
+
+    QCOMPARE(bench.asked(), QList<QByteArray>({"/1", "/2", "/3", "/4"}));
+    QCOMPARE(endings::seen(bench.recorder),
+             QStringList({changed, "s_stopProcessChanged", changed, changed, bench.result("/1"),
+                          changed, "s_stopProcessChanged", changed, bench.result("/2"), changed,
+                          bench.result("/3"), changed, bench.result("/4"), changed}));
+    QCOMPARE(bench.messages(), QStringList());
+}
+
+// They do not pass through the queue.
+void tst_FaultsQueue::stopFlagLetsRedirectsGo()
+{
+    QFETCH(Mode, mode);
+
+    QueueBench bench(mode);
+    bench.ask({"/1"});
+    QVERIFY(bench.server.waitForRequests(1));
+    bench.client->setStopProcess(true);
+    const QByteArray target = bench.server.url("/2").toEncoded();
+    bench.held["/1"].send(302, {{"Location", target}});
+    QVERIFY(bench.server.waitForRequests(2));
+    QVERIFY(bench.answer("/2"));
+    QTRY_COMPARE(repliesOf(*bench.client).size(), 0);
+
+    QCOMPARE(bench.asked(), QList<QByteArray>({"/1", "/2"}));
+    QCOMPARE(endings::seen(bench.recorder),
+             QStringList({changed, "s_stopProcessChanged", bench.result("/1"), changed, changed}));
+}
+
+QTEST_GUILESS_MAIN(tst_FaultsQueue)
+
+#include "tst_faults_queue.moc"
