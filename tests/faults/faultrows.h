@@ -31,6 +31,18 @@ forEachKind(const std::function<void(const char *scheme, Mode mode, const Reques
     }
 }
 
+/// A row for every one of \a faults with every kind of request, in the columns "fault" and "kind".
+template <typename Fault>
+void addFaults(const QList<Fault> &faults)
+{
+    QTest::addColumn<Fault>("fault");
+    QTest::addColumn<RequestKind>("kind");
+    for (const Fault &fault : faults) {
+        for (const RequestKind &kind : requestkinds::all())
+            QTest::addRow("%s, %s", fault.name.constData(), kind.name) << fault << kind;
+    }
+}
+
 } // namespace faultrows
 
 #endif // TARVISNET_TESTS_FAULTROWS_H

@@ -1,5 +1,6 @@
 #include "connectionfaults.h"
 #include "faultbench.h"
+#include "faultrows.h"
 #include "files.h"
 #include "handshakefaults.h"
 
@@ -21,9 +22,9 @@ class tst_FaultsConnections : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void meets_data();
+    void meets_data() { faultrows::addFaults(connectionFaults()); }
     void meets();
-    void shakesHands_data();
+    void shakesHands_data() { faultrows::addFaults(handshakeFaults()); }
     void shakesHands();
     void muteServerIsAborted_data();
     void muteServerIsAborted();
@@ -31,16 +32,6 @@ private Q_SLOTS:
 private:
     ForeignServers m_foreign;
 };
-
-void tst_FaultsConnections::meets_data()
-{
-    QTest::addColumn<ConnectionFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-    for (const ConnectionFault &fault : connectionFaults()) {
-        for (const RequestKind &kind : requestkinds::all())
-            QTest::addRow("%s, %s", fault.name.constData(), kind.name) << fault << kind;
-    }
-}
 
 void tst_FaultsConnections::meets()
 {
@@ -66,16 +57,6 @@ void tst_FaultsConnections::meets()
         isAnswered && (kind.isBinary() || QByteArray(kind.signal).contains("File"));
     QCOMPARE(files::read(bench.destination()), isSaved ? body : QByteArray());
     QVERIFY(!QFileInfo::exists(bench.temporary()));
-}
-
-void tst_FaultsConnections::shakesHands_data()
-{
-    QTest::addColumn<HandshakeFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-    for (const HandshakeFault &fault : handshakeFaults()) {
-        for (const RequestKind &kind : requestkinds::all())
-            QTest::addRow("%s, %s", fault.name.constData(), kind.name) << fault << kind;
-    }
 }
 
 void tst_FaultsConnections::shakesHands()

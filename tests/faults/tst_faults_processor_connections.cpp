@@ -1,5 +1,6 @@
 #include "answers.h"
 #include "connectionfaults.h"
+#include "faultrows.h"
 #include "files.h"
 #include "handshakefaults.h"
 #include "processorrun.h"
@@ -18,24 +19,14 @@ class tst_FaultsProcessorConnections : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void meets_data();
+    void meets_data() { faultrows::addFaults(connectionFaults()); }
     void meets();
-    void shakesHands_data();
+    void shakesHands_data() { faultrows::addFaults(handshakeFaults()); }
     void shakesHands();
 
 private:
     ForeignServers m_foreign;
 };
-
-void tst_FaultsProcessorConnections::meets_data()
-{
-    QTest::addColumn<ConnectionFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-    for (const ConnectionFault &fault : connectionFaults()) {
-        for (const RequestKind &kind : requestkinds::all())
-            QTest::addRow("%s, %s", fault.name.constData(), kind.name) << fault << kind;
-    }
-}
 
 void tst_FaultsProcessorConnections::meets()
 {
@@ -54,16 +45,6 @@ void tst_FaultsProcessorConnections::meets()
     QCOMPARE(server.requests().size(), isAnswered ? 1 : 0);
     const bool isSaved = isAnswered && (kind.isFile() || kind.name == replies::raw_get_file);
     QCOMPARE(files::read(run.path()), isSaved ? body : QByteArray());
-}
-
-void tst_FaultsProcessorConnections::shakesHands_data()
-{
-    QTest::addColumn<HandshakeFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-    for (const HandshakeFault &fault : handshakeFaults()) {
-        for (const RequestKind &kind : requestkinds::all())
-            QTest::addRow("%s, %s", fault.name.constData(), kind.name) << fault << kind;
-    }
 }
 
 void tst_FaultsProcessorConnections::shakesHands()
