@@ -88,8 +88,8 @@ class tst_RobustnessServers : public QObject {
 private Q_SLOTS:
     void hostileAnswers_data();
     void hostileAnswers();
-    void followsTwentyThousandRedirects_data() { addModes(); }
-    void followsTwentyThousandRedirects();
+    void followsThousandsOfRedirects_data() { addModes(); }
+    void followsThousandsOfRedirects();
     void largeDownloadStaysSmall_data() { addModes(); }
     void largeDownloadStaysSmall();
     void collectsManySmallPieces();
@@ -198,11 +198,12 @@ void tst_RobustnessServers::hostileAnswers()
     QVERIFY(bench.recorder.waitFor("s_rawGet"));
 }
 
-void tst_RobustnessServers::followsTwentyThousandRedirects()
+void tst_RobustnessServers::followsThousandsOfRedirects()
 {
     QFETCH(ScriptedServer::Mode, mode);
 
-    constexpr int hops = 20000;
+    // Over TLS now and then each of them waits for a delayed acknowledgement.
+    const int hops = mode == ScriptedServer::Mode::Http ? 20000 : 2000;
     ClientBench bench(mode);
     bench.server.onRequest([&bench](const HttpRequest &request, HttpResponse &response) {
         const int rest = request.path().mid(1).toInt();
