@@ -115,9 +115,9 @@ void limitReadBuffer(QNetworkReply *reply, quint64 expectedSize)
 {
     if (expectedSize < boundedFromSize)
         return;
-    // Until glibc has seen so large a block freed, it gives each block of the download back to the
-    // system, and the system clears the pages each time.
-    QByteArray(greatestBlock, Qt::Uninitialized);
+    // Taken only to be freed: until glibc has seen so large a block freed, it gives each block of
+    // the download back to the system, and the system clears the pages each time.
+    QByteArray().reserve(greatestBlock);
     const bool isTls = reply->url().scheme() == QLatin1String("https");
     reply->setReadBufferSize(isTls ? tlsReadBuffer : plainReadBuffer);
 }
