@@ -54,18 +54,18 @@ def timing(bench, case, participant, output, wall):
     if participant in ("library", "manager", "libcurl"):
         times = json.loads(output)
         return {name: times[name] for name in ("seconds", "secondsWithCopy") if name in times}
-    if participant == "curl" and case.kind == "files" and case.count == 1:
-        seconds = float(output)
+    if participant == "curl" and case.kind == "files":
+        seconds = float(output) if case.count == 1 else wall
         return {"seconds": seconds, "secondsWithCopy": seconds + copy(bench)}
     return {"seconds": wall}
 
 
 def copy(bench):
     report = bench.directory / "report-copy"
-    source = bench.directory / "out/0"
-    subprocess.run([bench.programs / "bench_launch", report, "cp", source,
-                    bench.directory / "copy"], check=True)
-    (bench.directory / "copy").unlink()
+    target = bench.directory / "copy"
+    subprocess.run([bench.programs / "bench_launch", report, "cp", "-r", bench.directory / "out",
+                    target], check=True)
+    shutil.rmtree(target)
     return json.loads(report.read_text())["wall"]
 
 
@@ -101,8 +101,7 @@ def summarize(bench, case, runs):
             if reference in good:
                 row[f"of-{reference}"] = ratio(each, good[reference], "seconds")
                 row[f"cpu-of-{reference}"] = 1 / ratio(each, good[reference], "cpu")
-        if name != "curl" and "secondsWithCopy" in each[0] and "curl" in good \
-                and case.count == 1:
+        if name != "curl" and "secondsWithCopy" in each[0] and "curl" in good:
             row["with-copy-of-curl"] = ratio(each, good["curl"], "secondsWithCopy")
         if case.kind == "queue":
             row.update({step: median(run[step] for run in each) for step in QUEUE_STEPS})

@@ -89,10 +89,11 @@ void tst_ReplyToolsBytes::appendAvailable_data()
     const QByteArray none;
     const QByteArray old("old");
     const QByteArray bytes("bytes");
-    const QByteArray large = QByteArray("0123456789").repeated(50000);
+    // More than is read and written at a time.
+    const QByteArray large = QByteArray("0123456789").repeated(500000);
     QTest::newRow("fresh") << none << bytes << quint64(5) << Append::Written << bytes;
     QTest::newRow("resumed") << old << bytes << quint64(8) << Append::Written << old + bytes;
-    QTest::newRow("large") << old << large << quint64(1 << 20) << Append::Written << old + large;
+    QTest::newRow("large") << old << large << quint64(1 << 23) << Append::Written << old + large;
     QTest::newRow("part") << old << bytes << quint64(100) << Append::Written << old + bytes;
     QTest::newRow("surplus in the chunk that completes it")
         << old << bytes << quint64(4) << Append::Written << old + bytes;
@@ -165,10 +166,10 @@ void tst_ReplyToolsBytes::appendKeepsWhatAFullDiskDoesNotTake()
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath("file");
-    const QByteArray body = QByteArray("0123456789").repeated(50000);
+    const QByteArray body = QByteArray("0123456789").repeated(500000);
     FakeReply reply;
     reply.appendBody(body);
-    constexpr qint64 room = 200000;
+    constexpr qint64 room = 2000000;
     {
         const FileSizeLimit limit(room);
         for (int attempt = 0; attempt < 3; ++attempt) {
