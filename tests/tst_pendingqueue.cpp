@@ -298,9 +298,14 @@ void tst_PendingQueue::behavesLikeTheNaiveQueue()
         const ReplyData record = randomRecord(random);
         QCOMPARE(queue.contains(record), model.contains(record));
         const uint choice = random() % 20;
-        if (choice < 11) {
+        if (choice < 6) {
             queue.append(record);
             model.append(record);
+        } else if (choice < 11) {
+            const bool isNew = !model.contains(record);
+            QCOMPARE(queue.appendNew(record), isNew);
+            if (isNew)
+                model.append(record);
         } else if (choice < 19 && !model.isEmpty()) {
             QVERIFY(queue.takeFirst() == model.takeFirst());
         } else {

@@ -35,19 +35,39 @@ uint qHash(const ReplyData &record, uint seed)
 
 bool PendingQueue::contains(const ReplyData &record) const
 {
-    const auto alike = m_byHash.constFind(qHash(record));
+    return contains(record, qHash(record));
+}
+
+void PendingQueue::append(const ReplyData &record)
+{
+    append(record, qHash(record));
+}
+
+bool PendingQueue::appendNew(const ReplyData &record)
+{
+    // Hashing a request costs as much as all else here: once has to do.
+    const uint hash = qHash(record);
+    if (contains(record, hash))
+        return false;
+    append(record, hash);
+    return true;
+}
+
+bool PendingQueue::contains(const ReplyData &record, uint hash) const
+{
+    const auto alike = m_byHash.constFind(hash);
     return alike != m_byHash.cend()
         && std::any_of(alike->cbegin(), alike->cend(),
                        [&](Number number) { return m_entries.at(number).record == record; });
 }
 
-void PendingQueue::append(const ReplyData &record)
+void PendingQueue::append(const ReplyData &record, uint hash)
 {
     const Number number = m_nextNumber++;
-    const Entry entry{record, qHash(record), record.request.url().path(QUrl::FullyDecoded)};
-    m_entries.emplace_hint(m_entries.end(), number, entry);
-    m_byHash[entry.hash].insert(number);
-    m_byPath[entry.path].insert(number);
+    const QString path = record.request.url().path(QUrl::FullyDecoded);
+    enlist(m_byHash, hash, number);
+    enlist(m_byPath, path, number);
+    m_entries.emplace_hint(m_entries.end(), number, Entry{record, hash, path});
 }
 
 ReplyData PendingQueue::takeFirst()
@@ -72,6 +92,13 @@ void PendingQueue::removePath(const QString &path)
         unlist(m_byHash, entry->second.hash, number);
         m_entries.erase(entry);
     }
+}
+
+template <typename Key>
+void PendingQueue::enlist(QHash<Key, Numbers> &index, const Key &key, Number number)
+{
+    Numbers &numbers = index[key];
+    numbers.insert(numbers.end(), number);
 }
 
 template <typename Key>

@@ -17,6 +17,8 @@ public:
 
     bool contains(const ReplyData &record) const;
     void append(const ReplyData &record);
+    /// Appends unless an equal request waits already; false then.
+    bool appendNew(const ReplyData &record);
 
     /// The queue must not be empty.
     ReplyData takeFirst();
@@ -34,6 +36,11 @@ private:
         QString path;
     };
 
+    bool contains(const ReplyData &record, uint hash) const;
+    void append(const ReplyData &record, uint hash);
+
+    template <typename Key>
+    static void enlist(QHash<Key, Numbers> &index, const Key &key, Number number);
     template <typename Key>
     static void unlist(QHash<Key, Numbers> &index, const Key &key, Number number);
 

@@ -27,7 +27,7 @@ void TarvisNet::addRequest(const ReplyData &data)
         d->reportLockFailure(Q_FUNC_INFO, urlText(data));
         return;
     }
-    if (d->pending.contains(data)) {
+    if (!d->pending.appendNew(data)) {
         const QString url = urlText(data);
         clientLog.warning(Q_FUNC_INFO)
             << "Contains request:" << url << "active count:" << d->replies.size()
@@ -35,7 +35,6 @@ void TarvisNet::addRequest(const ReplyData &data)
         Q_EMIT s_errorChanged(errorcodes::already_pending, url, QJsonDocument());
         return;
     }
-    d->pending.append(data);
     Q_EMIT s_repliesCountChanged();
 }
 
