@@ -3,6 +3,7 @@
 #include "files.h"
 
 #include <QtCore/QJsonDocument>
+#include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 
 using namespace clientaccess;
@@ -38,6 +39,8 @@ private Q_SLOTS:
     void tellsDownloads_data();
     void tellsDownloads();
     void tellsDownloadsOfUnknownReplies();
+    void tellsDownloadsToASingleListener_data();
+    void tellsDownloadsToASingleListener();
     void tellsDownloadsWithoutSender();
     void tellsDownloadsOfAServer();
     void tellsResumedDownloadsOfAServer();
@@ -132,6 +135,33 @@ void tst_TarvisNetProgress::tellsDownloadsOfUnknownReplies()
     QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
     QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({1LL, 0LL, url}));
     QCOMPARE(bench.recorder.last(fileProgress), QVariantList({25.0, url}));
+}
+
+void tst_TarvisNetProgress::tellsDownloadsToASingleListener_data()
+{
+    QTest::addColumn<QByteArray>("signal");
+    QTest::addColumn<QVariantList>("arguments");
+    const QString url = "http://127.0.0.1/unknown";
+    QTest::newRow("bytes") << QByteArray(
+        SIGNAL(s_downloadFileBytesProgress(qlonglong, qlonglong, QString)))
+                           << QVariantList{1LL, 0LL, url};
+    QTest::newRow("percentage") << QByteArray(SIGNAL(s_downloadFileProgress(double, QString)))
+                                << QVariantList{25.0, url};
+}
+
+void tst_TarvisNetProgress::tellsDownloadsToASingleListener()
+{
+    QFETCH(QByteArray, signal);
+    QFETCH(QVariantList, arguments);
+    TarvisNet client;
+    FakeReply reply(QUrl("http://127.0.0.1/unknown"));
+    follow(client, reply);
+    Q_EMIT reply.downloadProgress(1, 4); // nobody listens
+    QSignalSpy spy(&client, signal.constData());
+    QVERIFY(spy.isValid());
+    Q_EMIT reply.downloadProgress(1, 4);
+    QCOMPARE(spy.size(), 1);
+    QCOMPARE(spy.constFirst(), arguments);
 }
 
 void tst_TarvisNetProgress::tellsDownloadsWithoutSender()

@@ -3,10 +3,13 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <QtCore/QMetaMethod>
 #include <QtCore/QVector>
 #include <QtNetwork/QSslCertificate>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 
 namespace {
 
@@ -233,7 +236,15 @@ void TarvisNet::replyEncrypted()
 
 void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
 {
-    if (_received <= 0)
+    // Every small answer has its progress too, which hardly anybody listens to.
+    static const QMetaMethod signalsOfProgress[] = {
+        QMetaMethod::fromSignal(&TarvisNet::s_downloadFileBytesProgress),
+        QMetaMethod::fromSignal(&TarvisNet::s_downloadFileProgress),
+    };
+    const bool isHeard =
+        std::any_of(std::begin(signalsOfProgress), std::end(signalsOfProgress),
+                    [this](const QMetaMethod &signal) { return isSignalConnected(signal); });
+    if (_received <= 0 || !isHeard)
         return;
     auto *reply = qobject_cast<QNetworkReply *>(sender());
     const QString url = replytools::urlText(reply);
