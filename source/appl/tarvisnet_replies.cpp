@@ -236,6 +236,8 @@ void TarvisNet::replyEncrypted()
 
 void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
 {
+    if (_received <= 0)
+        return;
     // Every small answer has its progress too, which hardly anybody listens to.
     static const QMetaMethod signalsOfProgress[] = {
         QMetaMethod::fromSignal(&TarvisNet::s_downloadFileBytesProgress),
@@ -244,7 +246,7 @@ void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
     const bool isHeard =
         std::any_of(std::begin(signalsOfProgress), std::end(signalsOfProgress),
                     [this](const QMetaMethod &signal) { return isSignalConnected(signal); });
-    if (_received <= 0 || !isHeard)
+    if (!isHeard)
         return;
     auto *reply = qobject_cast<QNetworkReply *>(sender());
     const QString url = replytools::urlText(reply);
