@@ -200,12 +200,7 @@ void tst_NetworkProcessorErrors::brokenBody()
 {
     QFETCH(QString, replyType);
     ScriptedServer server;
-    server.onRequest([](const HttpRequest &, HttpResponse &response) {
-        response.cork(); // or Qt may take it for the whole
-        response.sendHead(200, {}, 1000);
-        response.write(R"({"a":1})");
-        response.cut();
-    });
+    server.onRequest(answers::cutShort(R"({"a":1})"));
     LogCapture log;
     ReplyCatcher replies;
     NetworkProcessor processor;

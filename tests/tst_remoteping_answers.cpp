@@ -200,12 +200,7 @@ void tst_RemotePingAnswers::serverRefusesTheConnection()
 void tst_RemotePingAnswers::serverCutsTheAnswer()
 {
     ScriptedServer server;
-    server.onRequest([](const HttpRequest &, HttpResponse &response) {
-        response.cork(); // or Qt may take it for the whole
-        response.sendHead(200, {}, 1000);
-        response.write("only a little");
-        response.cut();
-    });
+    server.onRequest(answers::cutShort("only a little"));
     RealPing real(server.url("/"));
     QVERIFY(real.signals.waitFor("s_error"));
     QCOMPARE(real.signals.count("s_ping"), 0);

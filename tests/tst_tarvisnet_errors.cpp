@@ -281,14 +281,8 @@ void tst_TarvisNetErrors::passesOnWhatTheServerSaid()
     QFETCH(QByteArray, document);
 
     ClientBench bench;
-    bench.server.on("/failing", [&](const HttpRequest &, HttpResponse &response) {
-        if (!isCut)
-            return response.send(404, {}, body);
-        response.cork(); // or Qt may take it for the whole
-        response.sendHead(200, {}, body.size() + 100);
-        response.write(body);
-        response.cut();
-    });
+    bench.server.on("/failing",
+                    isCut ? answers::cutShort(body, body.size() + 100) : answers::bytes(body, 404));
     add(*bench.client, record(replyType, bench.server.url("/failing"), bench.file("file", 10)));
     QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 

@@ -78,6 +78,17 @@ ScriptedServer::Handler answers::generatedFile(qint64 size)
         });
 }
 
+ScriptedServer::Handler answers::cutShort(const QByteArray &part, qint64 length)
+{
+    return [part, length](const HttpRequest &, HttpResponse &response) {
+        // If the end came later, Qt would now and then take the part for the whole.
+        response.cork();
+        response.sendHead(200, {}, length);
+        response.write(part);
+        response.cut();
+    };
+}
+
 ScriptedServer::Handler answers::withhold()
 {
     return [](const HttpRequest &, HttpResponse &) {};

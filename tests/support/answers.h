@@ -24,6 +24,8 @@ ScriptedServer::Handler redirect(int status, const QByteArray &location = QByteA
 ScriptedServer::Handler file(const QByteArray &content);
 /// As file() with \a size bytes of HttpResponse::generated().
 ScriptedServer::Handler generatedFile(qint64 size);
+/// \a part of a body that is announced to be \a length bytes long, and the end of the connection.
+ScriptedServer::Handler cutShort(const QByteArray &part, qint64 length = 1000);
 /// No answer at all; the connection stays open.
 ScriptedServer::Handler withhold();
 

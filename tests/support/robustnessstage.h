@@ -31,12 +31,7 @@ struct RobustnessStage : ClientBench {
         server.on("/missing", answers::json({{"error", "gone"}}, 404));
         server.on("/locked", answers::status(401));
         server.on("/withheld", answers::withhold());
-        server.on("/cut", [](const HttpRequest &, HttpResponse &response) {
-            response.cork(); // or Qt may take it for the whole
-            response.sendHead(200, {}, 1000);
-            response.write("a little");
-            response.cut();
-        });
+        server.on("/cut", answers::cutShort("a little"));
         server.onRequest([this](const HttpRequest &request, HttpResponse &response) {
             const QByteArray prefix("/to");
             if (!request.path().startsWith(prefix + '/'))
