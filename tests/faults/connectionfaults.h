@@ -1,6 +1,7 @@
 #ifndef TARVISNET_TESTS_CONNECTIONFAULTS_H
 #define TARVISNET_TESTS_CONNECTIONFAULTS_H
 
+#include "endings.h"
 #include "scriptedserver.h"
 
 #include <QtNetwork/QNetworkReply>
@@ -21,6 +22,11 @@ struct ConnectionFault {
     QList<QSslError::SslError> processorHears = {};
 
     bool isAnswered() const { return error == QNetworkReply::NoError; }
+    /// How a request ends whose answer would be \a body.
+    Ending ending(const QByteArray &body) const
+    {
+        return isAnswered() ? Ending{error, 200, body} : Ending{error};
+    }
 };
 
 Q_DECLARE_METATYPE(ConnectionFault)

@@ -21,6 +21,14 @@ inline void addModes()
     QTest::newRow("HTTPS") << Mode::Https;
 }
 
+/// \a value over HTTP and over HTTPS, in the column after "mode".
+template <typename Value>
+void addInBothModes(const Value &value)
+{
+    QTest::addRow("%s, HTTP", value.name.constData()) << Mode::Http << value;
+    QTest::addRow("%s, HTTPS", value.name.constData()) << Mode::Https << value;
+}
+
 /// Has \a row add what it does for every kind of request, over HTTP and over HTTPS.
 inline void
 forEachKind(const std::function<void(const char *scheme, Mode mode, const RequestKind &kind)> &row)

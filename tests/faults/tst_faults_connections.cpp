@@ -44,7 +44,7 @@ void tst_FaultsConnections::meets()
     QVERIFY(bench.waitUntilGone());
 
     const bool isAnswered = fault.isAnswered();
-    const Ending ending = {fault.error, isAnswered ? 200 : 0, isAnswered ? body : QByteArray()};
+    const Ending ending = fault.ending(body);
     QStringList messages;
     for (const QSslError::SslError error : fault.clientHears) {
         messages.append(line({"debug: <TarvisNet::replySslErrors> \n",

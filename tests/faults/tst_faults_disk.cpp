@@ -187,10 +187,8 @@ void tst_FaultsDisk::findsAReadOnlyDisk_data()
 {
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<ReadOnlyDisk>("row");
-    for (const ReadOnlyDisk &row : readOnlyDisks()) {
-        QTest::addRow("%s, HTTP", row.name.constData()) << Mode::Http << row;
-        QTest::addRow("%s, HTTPS", row.name.constData()) << Mode::Https << row;
-    }
+    for (const ReadOnlyDisk &row : readOnlyDisks())
+        faultrows::addInBothModes(row);
 }
 
 void tst_FaultsDisk::findsAReadOnlyDisk()

@@ -86,19 +86,14 @@ private Q_SLOTS:
     void temporaryFileIsReadOnly();
     void twoDownloadsOfOneName_data() { faultrows::addModes(); }
     void twoDownloadsOfOneName();
-
-private:
-    static void addFile(const FileFault &fault);
 };
 
 void tst_FaultsDownloads::answersToARange_data()
 {
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<RangeAnswer>("answer");
-    for (const RangeAnswer &answer : rangeAnswers()) {
-        QTest::addRow("%s, HTTP", answer.name.constData()) << Mode::Http << answer;
-        QTest::addRow("%s, HTTPS", answer.name.constData()) << Mode::Https << answer;
-    }
+    for (const RangeAnswer &answer : rangeAnswers())
+        faultrows::addInBothModes(answer);
 }
 
 void tst_FaultsDownloads::answersToARange()
@@ -150,17 +145,12 @@ void tst_FaultsDownloads::answersToTheRangeOfAnInstaller()
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
-void tst_FaultsDownloads::addFile(const FileFault &fault)
-{
-    QTest::addRow("%s, HTTP", fault.name.constData()) << Mode::Http << fault;
-    QTest::addRow("%s, HTTPS", fault.name.constData()) << Mode::Https << fault;
-}
-
 void tst_FaultsDownloads::findsFiles_data()
 {
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<FileFault>("fault");
 
+    const auto addFile = [](const FileFault &fault) { faultrows::addInBothModes(fault); };
     const auto temporary = [](const QByteArray &bytes) {
         return [bytes](FaultBench &bench) { files::write(bench.temporary(), bytes); };
     };

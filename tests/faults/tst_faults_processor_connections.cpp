@@ -39,7 +39,7 @@ void tst_FaultsProcessorConnections::meets()
     QVERIFY(run.replies.waitUntilGone());
 
     const bool isAnswered = fault.isAnswered();
-    const Ending ending = {fault.error, isAnswered ? 200 : 0, isAnswered ? body : QByteArray()};
+    const Ending ending = fault.ending(body);
     QCOMPARE(endings::seen(run.recorder), run.expectedSignals(ending));
     QCOMPARE(run.said(), run.expectedMessages(ending, fault.processorHears));
     QCOMPARE(server.requests().size(), isAnswered ? 1 : 0);
