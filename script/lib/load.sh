@@ -6,7 +6,6 @@
 # shellcheck disable=SC2034,SC2154
 build_directory=$root/build/load
 
-work=
 # Files of this size pass through many times; on a disk it would be the disk that is measured.
 make_work_directory() {
     work=$(mktemp -d -p /dev/shm tarvisnet.XXXXXX)
@@ -15,32 +14,11 @@ make_work_directory() {
     echo '{"files": [{"path": "/data.bin"}]}' >"$work/content/index.json"
 }
 
-clean_up() {
-    if [[ -n $work ]]; then
-        stop_nginx "$work"
-        rm -rf "$work"
-    fi
-}
-
 # Instead of the configuration of nginx.sh: of each request it logs when it came, the connection,
 # its number on the connection, and whether the TLS session was resumed ("r") or new (".").
 nginx_configuration() {
-    if ((EUID == 0)); then
-        echo 'user root;'
-    fi
+    begin_configuration 4096
     cat <<END
-worker_processes 1;
-pid nginx.pid;
-error_log error.log;
-events { worker_connections 4096; }
-http {
-    default_type application/octet-stream;
-    types { application/json json; }
-    client_body_temp_path body;
-    proxy_temp_path proxy;
-    fastcgi_temp_path fastcgi;
-    uwsgi_temp_path uwsgi;
-    scgi_temp_path scgi;
     log_format load '\$msec \$uri \$status \$body_bytes_sent \$connection \$connection_requests '
                     '\$ssl_session_reused \$request_time';
     access_log access.log load;

@@ -4,6 +4,15 @@
 
 nginx=/usr/sbin/nginx
 
+# The directory of the server that a script has started, which is not to outlive the script.
+work=
+clean_up() {
+    if [[ -n $work ]]; then
+        stop_nginx "$work"
+        rm -rf "$work"
+    fi
+}
+
 # start_nginx DIRECTORY: serves DIRECTORY/content, what lies in its folder "slow" at 16 MiB/s, and
 # logs to DIRECTORY/access.log. Sets port.
 start_nginx() {
@@ -43,7 +52,9 @@ make_certificate() {
         -keyout "$1/server.key" -out "$1/server.crt"
 }
 
-nginx_configuration() {
+# begin_configuration CONNECTIONS: what every configuration begins with, as far as into its block
+# http, with so many connections at the most.
+begin_configuration() {
     # Started by root, nginx would serve as a user who may not look into a private directory.
     if ((EUID == 0)); then
         echo 'user root;'
@@ -52,7 +63,7 @@ nginx_configuration() {
 worker_processes 1;
 pid nginx.pid;
 error_log error.log;
-events { }
+events { worker_connections $1; }
 http {
     default_type application/octet-stream;
     types { application/json json; text/plain txt; }
@@ -61,6 +72,12 @@ http {
     fastcgi_temp_path fastcgi;
     uwsgi_temp_path uwsgi;
     scgi_temp_path scgi;
+END
+}
+
+nginx_configuration() {
+    begin_configuration 512
+    cat <<END
     log_format brief '\$request_method \$uri \$status \$body_bytes_sent \$http_range';
     access_log access.log brief;
     server {
