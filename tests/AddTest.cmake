@@ -1,0 +1,30 @@
+# One function for all test programs.
+#
+#   tarvisnet_add_test(NAME [INNER] [LIBRARIES library...] [ENVIRONMENT NAME=value...]
+#       [TIMEOUT seconds] [COMMAND prefix...])
+#
+# Builds NAME from NAME.cpp and makes it a test of CTest. INNER is for a unit that the library hides:
+# its test links the library's objects. COMMAND stands before the program when CTest starts it.
+function(tarvisnet_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "INNER" "TIMEOUT" "LIBRARIES;ENVIRONMENT;COMMAND")
+    if(arg_INNER)
+        set(library tarvisnet_objects)
+    else()
+        set(library TarvisNet::TarvisNet)
+    endif()
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 120)
+    endif()
+
+    add_executable(${name} ${name}.cpp)
+    tarvisnet_build_options(${name})
+    target_link_libraries(${name} PRIVATE
+        ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt5::Test)
+    add_test(NAME ${name} COMMAND ${arg_COMMAND} $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT ${arg_TIMEOUT}
+        ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()
+
+# What was freed reads as garbage, also inside Qt, where no sanitizer looks.
+set(TARVISNET_GARBAGE_WHEN_FREED MALLOC_PERTURB_=165)
