@@ -64,7 +64,11 @@ QNetworkRequest requestWithHeaders(TarvisNetPrivate &client, const QUrl &url,
                                    QLatin1String defaultType, const HeadersMap &headers,
                                    const RawHeadersMap &rawHeaders)
 {
-    QNetworkRequest request = client.documentRequest(url, defaultType);
+    // Whoever gives a user agent, an empty one too, does not want to send the client's, which names
+    // the installation.
+    QNetworkRequest request = headers.contains(QNetworkRequest::UserAgentHeader)
+        ? client.request(url, defaultType)
+        : client.documentRequest(url, defaultType);
     for (auto header = headers.cbegin(); header != headers.cend(); ++header) {
         const bool isContentType = header.key() == QNetworkRequest::ContentTypeHeader;
         request.setHeader(header.key(),
