@@ -71,12 +71,18 @@ QByteArray openRange(qint64 from)
     return "bytes=" + QByteArray::number(from) + '-';
 }
 
-QUrl serverUrl(const TarvisNetPrivate &client, const QString &path)
+QUrl serverUrl(const TarvisNetPrivate &client)
 {
     QUrl url;
     url.setScheme(QStringLiteral("https"));
     url.setHost(client.user->serverHost, QUrl::DecodedMode);
     url.setPort(client.user->serverPort.toInt(nullptr, 10));
+    return url;
+}
+
+QUrl serverUrl(const TarvisNetPrivate &client, const QString &path)
+{
+    QUrl url = serverUrl(client);
     url.setPath(path, QUrl::DecodedMode);
     return url;
 }
@@ -90,13 +96,17 @@ void fetchPath(const TarvisNetPrivate &client, const char *function, const Docum
                const QString &givenPath)
 {
     const QString path = orDefault(givenPath, (*client.remotePaths).*fetch.configuredPath);
+    if (path.isEmpty()) {
+        // Without the path on purpose: an empty one would hide a port that is not valid.
+        client.refuse(function, fetch.emptyPath, fetch.emptyPathShowsUrl,
+                      serverUrl(client).toString());
+        return;
+    }
     const QUrl url = serverUrl(client, path);
-    if (path.isEmpty())
-        client.refuse(function, fetch.emptyPath, fetch.emptyPathShowsUrl, url.toString());
-    else if (!url.isValid())
-        client.refuse(function, fetch.invalidPath, true, url.toString());
-    else
+    if (url.isValid())
         queueDocument(client, fetch, url);
+    else
+        client.refuse(function, fetch.invalidPath, true, url.toString());
 }
 
 void fetchUrl(const TarvisNetPrivate &client, const char *function, const DocumentFetch &fetch,
