@@ -1,5 +1,6 @@
 #include "networkprocessor.h"
 
+#include "downloadfile_p.h"
 #include "errorcodes.h"
 #include "lifetime_p.h"
 #include "replytools_p.h"
@@ -51,7 +52,7 @@ void deliverFile(NetworkProcessor &processor, const Answer &answer)
 {
     const ReplyData &record = answer.record;
     if (!record.data.isEmpty()
-        && !replytools::overwriteStart(record.fileData.filePath, record.data)) {
+        && !savedfile::overwriteStart(record.fileData.filePath, record.data)) {
         messages.debug(answer.function) << "<TarvisNet::handleReply> Error opening file to save.";
     }
     messages.debug(answer.function) << "<TarvisNet::handleReply> Raw file get finished";
@@ -97,6 +98,12 @@ constexpr Route unknownRoute = {QLatin1String(), "<TarvisNet::handleReply> Uknow
 
 } // namespace
 
+/// A request in flight.
+struct ActiveRequest {
+    ReplyData record;
+    DownloadFile file;
+};
+
 struct NetworkProcessorPrivate {
     /// Files a reply that was just sent, unless it is known already.
     void file(QNetworkReply *reply, const ReplyData &record)
@@ -105,12 +112,13 @@ struct NetworkProcessorPrivate {
             return;
         if (replytools::isFileKind(record.replyType))
             replytools::limitReadBuffer(reply, record.fileData.size);
-        activeReplies.insert(reply, record);
+        const FileData &file = record.fileData;
+        activeReplies.insert(reply, {record, DownloadFile(file.filePath, file.size)});
     }
 
     QSharedPointer<QNetworkAccessManager> manager;
     QSslConfiguration sslConfiguration;
-    QHash<QNetworkReply *, ReplyData> activeReplies;
+    QHash<QNetworkReply *, ActiveRequest> activeReplies;
 };
 
 NetworkProcessor::NetworkProcessor(QObject *parent)
@@ -174,7 +182,7 @@ void NetworkProcessor::replyReadyRead()
         return;
     const ActiveCall call(this, d->manager);
     const auto active = d->activeReplies.find(reply);
-    ReplyData *record = active == d->activeReplies.end() ? nullptr : &*active;
+    ReplyData *record = active == d->activeReplies.end() ? nullptr : &active->record;
     if (replytools::collect(engine, Q_FUNC_INFO, reply, record))
         saveBinary(reply);
     if (reply)
@@ -187,11 +195,10 @@ void NetworkProcessor::saveBinary(QNetworkReply *_reply)
         messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::saveBinary> Unrecognized reply";
         return;
     }
-    const FileData file = d->activeReplies.value(_reply).fileData;
-    if (file.filePath.isEmpty())
+    ActiveRequest &active = d->activeReplies[_reply];
+    if (active.record.fileData.filePath.isEmpty())
         return;
-    if (replytools::appendAvailable(_reply, file.filePath, file.size)
-        == replytools::Append::OpenFailed) {
+    if (active.file.append(_reply) == DownloadFile::Append::OpenFailed) {
         messages.debug(Q_FUNC_INFO)
             << "<NetworkProcessor::saveBinary> Error opening file to write.";
         Q_EMIT s_errorChanged(errorcodes::file_open_failed, replytools::urlText(_reply));
@@ -230,7 +237,7 @@ bool NetworkProcessor::redirectReply(QNetworkReply *_reply)
         messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> Find previos target, "
                                        "set to redirect attribute";
     }
-    const ReplyData record = d->activeReplies.value(_reply);
+    const ReplyData record = d->activeReplies.value(_reply).record;
     d->file(get(replytools::redirectRequest(*target, d->sslConfiguration)), record);
     messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> redirect send.";
     return true;
@@ -241,7 +248,7 @@ void NetworkProcessor::handleReply(QNetworkReply *_reply)
     if (!_reply || _reply->error() != QNetworkReply::NoError)
         return;
     const Answer answer = {Q_FUNC_INFO, replytools::urlText(_reply),
-                           d->activeReplies.value(_reply)};
+                           d->activeReplies.value(_reply).record};
     const Route *known = replytools::findRow(routes, answer.record.replyType);
     const Route &route = known ? *known : unknownRoute;
     if (route.text)
@@ -273,9 +280,9 @@ void NetworkProcessor::replyDownloadProgress(qlonglong _received, qlonglong _tot
 {
     auto *reply = qobject_cast<QNetworkReply *>(sender());
     const QString url = replytools::urlText(reply);
-    const FileData file = d->activeReplies.value(reply).fileData;
+    const FileData file = d->activeReplies.value(reply).record.fileData;
     const qlonglong loaded = _received + file.resumeOffset;
-    const qlonglong full = qlonglong(file.size);
+    const quint64 full = file.size;
     // Unguarded on purpose: without a size the percentage is infinite, and receivers know that.
     const double percentage = replytools::percentage(loaded, full);
     messages.debug(Q_FUNC_INFO) << "DownloadProgress "
@@ -283,7 +290,7 @@ void NetworkProcessor::replyDownloadProgress(qlonglong _received, qlonglong _tot
                                 << " loaded: " << loaded << " full: " << full
                                 << " complete: " << percentage << " % ";
     const ActiveCall call(this, d->manager);
-    Q_EMIT s_downloadFileBytesProgress(loaded, full, url);
+    Q_EMIT s_downloadFileBytesProgress(loaded, qlonglong(full), url);
     if (!call.ownerGone())
         Q_EMIT s_downloadFileProgress(percentage, url);
 }

@@ -2,7 +2,6 @@
 
 #include "errorcodes.h"
 
-#include <QtCore/QFile>
 #include <QtNetwork/QSslConfiguration>
 
 #include <algorithm>
@@ -21,9 +20,6 @@ constexpr qint64 plainReadBuffer = 4 * MiB;
 // As much as Qt lets a TLS socket hold, which then goes on in one block. With any other bound it
 // goes on in the 4 KiB that Qt decrypts at a time.
 constexpr qint64 tlsReadBuffer = 64 * KiB;
-// Stays in the processor's cache between reading and writing. Smaller pieces wake the network
-// thread more often.
-constexpr qint64 pieceSize = 1 * MiB;
 // More than Qt ever takes in one block of a bounded reply.
 constexpr int greatestBlock = 8 * MiB;
 
@@ -66,18 +62,6 @@ void readAvailable(QNetworkReply *reply, QByteArray &body)
                     int(std::max<qint64>(0, reply->read(bytes.data(), bytes.size()))));
 }
 
-/// Moves the next \a size bytes to the file. False when the disk does not take all: what it has not
-/// taken goes back to the reply, or the file would go on behind a gap.
-bool movePiece(QNetworkReply *reply, QFile &file, qint64 size)
-{
-    // Read first, which lets the network thread go on while this one writes.
-    const QByteArray bytes = reply->read(size);
-    const qint64 written = std::max<qint64>(0, file.write(bytes));
-    std::for_each(bytes.crbegin(), bytes.crend() - written,
-                  [reply](char byte) { reply->ungetChar(byte); });
-    return written == bytes.size();
-}
-
 } // namespace
 
 namespace replytools {
@@ -95,11 +79,6 @@ QString urlText(const QNetworkReply *reply)
 bool isFileKind(const QString &replyType)
 {
     return replyType == replies::remote_installer || replyType == replies::remote_binary;
-}
-
-double percentage(qint64 part, qint64 whole)
-{
-    return double(float(part) / float(whole) * 100.0F);
 }
 
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply)
@@ -144,33 +123,6 @@ void releaseUnreadBytes(QNetworkReply *reply)
 {
     if (reply->readBufferSize() > 0 && reply->bytesAvailable() > 0)
         reply->setReadBufferSize(0);
-}
-
-Append appendAvailable(QNetworkReply *reply, const QString &path, quint64 expectedSize)
-{
-    QFile file(path);
-    // Unbuffered, so that what write() has counted is in the file.
-    if (!file.open(QIODevice::Append | QIODevice::Unbuffered))
-        return Append::OpenFailed;
-    if (qint64(expectedSize) <= file.size())
-        return Append::Complete;
-    const qint64 available = reply->bytesAvailable();
-    if (available < 1)
-        return Append::NothingAvailable;
-    qint64 left = available;
-    while (left > 0 && movePiece(reply, file, std::min(left, pieceSize)))
-        left -= pieceSize;
-    file.flush();
-    return Append::Written;
-}
-
-bool overwriteStart(const QString &path, const QByteArray &body)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        return false;
-    file.write(body);
-    return true;
 }
 
 bool collect(const Engine &engine, const char *function, QNetworkReply *reply, ReplyData *record)

@@ -58,7 +58,11 @@ const Row *findRow(const Row (&rows)[size], const QString &replyType)
 bool isFileKind(const QString &replyType);
 
 /// \a part of \a whole in percent, in single precision as the progress signals have always had it.
-double percentage(qint64 part, qint64 whole);
+template <typename Part, typename Whole>
+double percentage(Part part, Whole whole)
+{
+    return double(float(part) / float(whole) * 100.0F);
+}
 
 /// Where the server sends us instead, if it does. A redirect without a target gives an empty URL.
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply);
@@ -84,21 +88,6 @@ void limitReadBuffer(QNetworkReply *reply, quint64 expectedSize);
 /// Lifts that bound when bytes were left unread: with it the reply would wait for ever for somebody
 /// to read them.
 void releaseUnreadBytes(QNetworkReply *reply);
-
-enum class Append {
-    OpenFailed,
-    /// The file has its size already; nothing was read.
-    Complete,
-    NothingAvailable,
-    Written,
-};
-/// Appends what \a reply has available to the file \a path unless that holds \a expectedSize bytes
-/// already.
-Append appendAvailable(QNetworkReply *reply, const QString &path, quint64 expectedSize);
-
-/// Writes \a body over the start of the file \a path; what the file has beyond it stays. False when
-/// the file cannot be opened.
-bool overwriteStart(const QString &path, const QByteArray &body);
 
 /// Reads what has arrived of an answer into its record, which is null when there is none. True when
 /// the bytes are those of a download and are to be saved instead; the other bytes of a download are

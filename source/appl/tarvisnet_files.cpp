@@ -19,27 +19,22 @@ bool isTemporaryPath(const QString &path)
 void TarvisNet::saveBinary(QNetworkReply *_reply)
 {
     const QString url = replytools::urlText(_reply);
-    const auto active = d->replies.constFind(_reply);
-    if (active == d->replies.constEnd()) {
+    const auto active = d->replies.find(_reply);
+    if (active == d->replies.end()) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Unrecognized reply!";
         return;
     }
-    const FileData file = active->record.fileData;
+    const FileData &file = active->record.fileData;
     if (file.filePath.isEmpty() || file.tempFilePath.isEmpty()) {
         clientLog.warning(Q_FUNC_INFO) << "File path not defined!";
         return;
     }
-    switch (replytools::appendAvailable(_reply, file.tempFilePath, file.size)) {
-    case replytools::Append::OpenFailed:
+    const DownloadFile::Append appended = active->file.append(_reply);
+    if (appended == DownloadFile::Append::NothingAvailable) {
+        clientLog.warning(Q_FUNC_INFO) << "No bytes available!";
+    } else if (appended == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Error opening file to write!";
         Q_EMIT s_errorChanged(errorcodes::file_open_failed, url, QJsonDocument());
-        break;
-    case replytools::Append::NothingAvailable:
-        clientLog.warning(Q_FUNC_INFO) << "No bytes available!";
-        break;
-    case replytools::Append::Complete:
-    case replytools::Append::Written:
-        break;
     }
 }
 
@@ -48,8 +43,10 @@ void TarvisNet::saveInstaller(QNetworkReply *_reply)
     const FileData &file = *d->installerFile;
     if (!_reply || file.filePath.isEmpty())
         return;
-    if (replytools::appendAvailable(_reply, file.filePath, file.size)
-        == replytools::Append::OpenFailed) {
+    if (d->installerDownload.reply != _reply)
+        d->installerDownload = {_reply, DownloadFile()};
+    d->installerDownload.file.setTarget(file.filePath, signedSize(file));
+    if (d->installerDownload.file.append(_reply) == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveInstaller> Error opening file to write.";
         Q_EMIT s_errorChanged(errorcodes::file_open_failed, replytools::urlText(_reply),
                               QJsonDocument());
@@ -62,7 +59,7 @@ void TarvisNet::changeFileName()
     if (installer.filePath.isEmpty())
         return;
     QFile file(installer.filePath);
-    if (file.open(QIODevice::ReadOnly) && qint64(installer.size) > file.size())
+    if (file.open(QIODevice::ReadOnly) && installer.size > quint64(file.size()))
         installer.resumeOffset = file.size();
 }
 
@@ -78,6 +75,8 @@ bool TarvisNet::renameTemporaryFile(FileData _data)
     if (destination.exists())
         return d->keepDestination(Q_FUNC_INFO, destination, _data);
 
+    if (savedfile::moveLikeCopy(_data.tempFilePath, destination.filePath()))
+        return true;
     QFile temporary(_data.tempFilePath);
     if (!temporary.copy(destination.filePath())) {
         clientLog.warning(Q_FUNC_INFO)

@@ -1,6 +1,7 @@
 #ifndef TARVISNET_TARVISNET_P_H
 #define TARVISNET_TARVISNET_P_H
 
+#include "downloadfile_p.h"
 #include "lifetime_p.h"
 #include "messagelog_p.h"
 #include "pendingqueue_p.h"
@@ -33,7 +34,14 @@ struct ActiveReply {
     ReplyData record;
     /// The reply of ReplyData::directReply as long as it lives: a new reply may get its address.
     QPointer<QNetworkReply> redirected;
+    DownloadFile file;
 };
+
+/// The size that files are appended to up to. The client has always taken it for a signed number.
+inline quint64 signedSize(const FileData &file)
+{
+    return qint64(file.size) < 0 ? 0 : file.size;
+}
 
 struct TarvisNetPrivate {
     explicit TarvisNetPrivate(TarvisNet *client)
@@ -111,6 +119,11 @@ struct TarvisNetPrivate {
     QString outputDirectory;
     QString temporaryDirectory;
     QSharedPointer<FileData> installerFile;
+    /// What TarvisNet::saveInstaller() has appended to last.
+    struct {
+        QPointer<QNetworkReply> reply;
+        DownloadFile file;
+    } installerDownload;
     QSharedPointer<SystemInfoData> systemInfo;
     QSharedPointer<ApplicationData> application;
     QSharedPointer<RemotePing> remotePing;

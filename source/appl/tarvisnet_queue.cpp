@@ -70,7 +70,12 @@ void TarvisNet::processReplies()
         return;
     if (replytools::isFileKind(record.replyType))
         replytools::limitReadBuffer(reply, record.fileData.size);
-    d->replies.insert(reply, {record, nullptr});
+    // Only a reply in flight may be pointed to: the record's may be gone.
+    const QPointer<QNetworkReply> redirected =
+        d->replies.contains(record.directReply) ? record.directReply : nullptr;
+    const FileData &file = record.fileData;
+    d->replies.insert(reply,
+                      {record, redirected, DownloadFile(file.tempFilePath, signedSize(file))});
     d->probeServer(record);
 }
 

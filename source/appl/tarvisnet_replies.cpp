@@ -34,7 +34,7 @@ void deliverFile(TarvisNetPrivate &client, const Answer &answer)
 {
     const QByteArray &body = answer.record.data;
     const QString path = client.rawFileSavePath;
-    if (!body.isEmpty() && !path.isEmpty() && !replytools::overwriteStart(path, body))
+    if (!body.isEmpty() && !path.isEmpty() && !savedfile::overwriteStart(path, body))
         clientLog.warning(answer.function) << "Error opening file to save" << path;
     Q_EMIT std::invoke(signal, client.q, body, answer.url, answer.reply->rawHeaderPairs());
 }
@@ -132,9 +132,10 @@ void TarvisNet::replyFinished()
         if (reply->url() == d->remotePing->getUrl())
             return;
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::replyFinished> Uknown reply.";
-        reply->deleteLater();
         Q_EMIT s_errorChanged(errorcodes::unknown_reply, replytools::urlText(reply),
                               QJsonDocument());
+        if (reply)
+            reply->deleteLater();
     }
     if (!call.ownerGone())
         d->stopPing();
@@ -251,16 +252,15 @@ void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
     auto *reply = qobject_cast<QNetworkReply *>(sender());
     const QString url = replytools::urlText(reply);
     const FileData file = d->record(reply).fileData;
-    const qlonglong expected = qlonglong(file.size);
     const qlonglong bytes = file.resumeOffset + _received;
     double percentage = 0;
-    if (expected != 0)
-        percentage = replytools::percentage(bytes, expected);
+    if (file.size != 0)
+        percentage = replytools::percentage(bytes, file.size);
     else if (_total > 0)
         percentage = replytools::percentage(_received, _total);
 
     const ActiveCall call(this, d->manager);
-    Q_EMIT s_downloadFileBytesProgress(bytes, expected, url);
+    Q_EMIT s_downloadFileBytesProgress(bytes, qlonglong(file.size), url);
     if (!call.ownerGone())
         Q_EMIT s_downloadFileProgress(percentage, url);
 }

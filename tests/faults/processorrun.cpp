@@ -46,9 +46,11 @@ QStringList resultSignals(const RequestKind &kind, const QByteArray &body, const
 
 } // namespace
 
-ProcessorRun::ProcessorRun(const RequestKind &requestKind, const QUrl &address, qulonglong size)
+ProcessorRun::ProcessorRun(const RequestKind &requestKind, const QUrl &address, qulonglong size,
+                           const QString &saveFolder)
     : kind(requestKind)
     , url(address.toString())
+    , folder(saveFolder)
 {
     log.clear();
     const ReplyData record = processorbench::fileRecord(kind.name, address, path(), size);

@@ -10,9 +10,11 @@
 
 /// One request of a processor, from its start to the deletion of its reply.
 struct ProcessorRun {
-    ProcessorRun(const RequestKind &kind, const QUrl &url, qulonglong size);
+    /// A file is saved in \a folder; without one, in a directory of the run's own.
+    ProcessorRun(const RequestKind &kind, const QUrl &url, qulonglong size,
+                 const QString &folder = QString());
 
-    QString path() const { return directory.filePath("file"); }
+    QString path() const { return (folder.isEmpty() ? directory.path() : folder) + "/file"; }
 
     /// What was logged besides progress, repetitions once.
     QStringList said() const;
@@ -24,6 +26,7 @@ struct ProcessorRun {
 
     const RequestKind kind;
     const QString url;
+    const QString folder;
     QTemporaryDir directory;
     LogCapture log;
     processorbench::ReplyCatcher replies;

@@ -5,8 +5,6 @@
 
 #include <QtTest/QTest>
 
-Q_DECLARE_METATYPE(ScriptedServer::Mode)
-
 /// Data rows for a test that is to run over HTTP and over HTTPS, in the column "mode".
 inline void addModes()
 {

@@ -1,16 +1,9 @@
 #include "fakereply.h"
-#include "files.h"
 #include "logcapture.h"
 #include "replytools_p.h"
 
-#include <QtCore/QFileInfo>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
-#include <csignal>
-#include <sys/resource.h>
-
-using replytools::Append;
 using replytools::Engine;
 
 namespace {
@@ -27,44 +20,12 @@ QString textOf(const Engine &engine, const char *operation, const QString &text)
     return QString("<%1::%2> ").arg(engine.className, operation) + text;
 }
 
-/// No file grows beyond the limit, as if the disk were full.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_handler);
-    }
-    Q_DISABLE_COPY_MOVE(FileSizeLimit)
-
-private:
-    const sighandler_t m_handler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit m_before{};
-};
-
 } // namespace
-
-Q_DECLARE_METATYPE(Append)
 
 class tst_ReplyToolsBytes : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void appendAvailable_data();
-    void appendAvailable();
-    void appendsChunkByChunk();
-    void appendMakesTheFile();
-    void appendReportsAFileThatCannotBeOpened();
-    void appendKeepsWhatAFullDiskDoesNotTake();
-    void overwriteStart_data();
-    void overwriteStart();
-    void overwriteStartReportsAFileThatCannotBeOpened();
     void collectsBodies_data();
     void collectsBodies();
     void collectChecksTheStatusOfDownloads_data();
@@ -78,144 +39,6 @@ private Q_SLOTS:
     void headers_data();
     void headers();
 };
-
-void tst_ReplyToolsBytes::appendAvailable_data()
-{
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<quint64>("size");
-    QTest::addColumn<Append>("result");
-    QTest::addColumn<QByteArray>("after");
-    const QByteArray none;
-    const QByteArray old("old");
-    const QByteArray bytes("bytes");
-    // More than is read and written at a time.
-    const QByteArray large = QByteArray("0123456789").repeated(500000);
-    QTest::newRow("fresh") << none << bytes << quint64(5) << Append::Written << bytes;
-    QTest::newRow("resumed") << old << bytes << quint64(8) << Append::Written << old + bytes;
-    QTest::newRow("large") << old << large << quint64(1 << 23) << Append::Written << old + large;
-    QTest::newRow("part") << old << bytes << quint64(100) << Append::Written << old + bytes;
-    QTest::newRow("surplus in the chunk that completes it")
-        << old << bytes << quint64(4) << Append::Written << old + bytes;
-    QTest::newRow("complete") << old << bytes << quint64(3) << Append::Complete << old;
-    QTest::newRow("too long") << old << bytes << quint64(2) << Append::Complete << old;
-    QTest::newRow("unknown size") << none << bytes << quint64(0) << Append::Complete << none;
-    // The sizes are compared as signed numbers.
-    QTest::newRow("absurd size") << none << bytes << ~quint64(0) << Append::Complete << none;
-    QTest::newRow("nothing there") << old << none << quint64(8) << Append::NothingAvailable << old;
-    QTest::newRow("nothing there for a complete file")
-        << old << none << quint64(3) << Append::Complete << old;
-}
-
-void tst_ReplyToolsBytes::appendAvailable()
-{
-    QFETCH(QByteArray, before);
-    QFETCH(QByteArray, body);
-    QFETCH(quint64, size);
-    QFETCH(Append, result);
-    QFETCH(QByteArray, after);
-
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    files::write(path, before);
-    FakeReply reply;
-    reply.appendBody(body);
-    QCOMPARE(replytools::appendAvailable(&reply, path, size), result);
-    QCOMPARE(files::read(path), after);
-    QCOMPARE(reply.bytesAvailable(), result == Append::Written ? qint64(0) : qint64(body.size()));
-}
-
-void tst_ReplyToolsBytes::appendsChunkByChunk()
-{
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    FakeReply reply;
-    reply.appendBody("one ");
-    QCOMPARE(replytools::appendAvailable(&reply, path, 9), Append::Written);
-    QCOMPARE(files::read(path), QByteArray("one "));
-    reply.appendBody("chunk");
-    QCOMPARE(replytools::appendAvailable(&reply, path, 9), Append::Written);
-    reply.appendBody("more");
-    QCOMPARE(replytools::appendAvailable(&reply, path, 9), Append::Complete);
-    QCOMPARE(files::read(path), QByteArray("one chunk"));
-}
-
-void tst_ReplyToolsBytes::appendMakesTheFile()
-{
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    FakeReply reply;
-    reply.appendBody("bytes");
-    QCOMPARE(replytools::appendAvailable(&reply, path, 0), Append::Complete);
-    QVERIFY(QFileInfo::exists(path));
-    QCOMPARE(QFileInfo(path).size(), qint64(0));
-}
-
-void tst_ReplyToolsBytes::appendReportsAFileThatCannotBeOpened()
-{
-    const QTemporaryDir directory;
-    FakeReply reply;
-    reply.appendBody("bytes");
-    QCOMPARE(replytools::appendAvailable(&reply, directory.path(), 100), Append::OpenFailed);
-    QCOMPARE(replytools::appendAvailable(&reply, directory.filePath("no/file"), 100),
-             Append::OpenFailed);
-    QCOMPARE(reply.bytesAvailable(), qint64(5));
-}
-
-void tst_ReplyToolsBytes::appendKeepsWhatAFullDiskDoesNotTake()
-{
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    const QByteArray body = QByteArray("0123456789").repeated(500000);
-    FakeReply reply;
-    reply.appendBody(body);
-    constexpr qint64 room = 2000000;
-    {
-        const FileSizeLimit limit(room);
-        for (int attempt = 0; attempt < 3; ++attempt) {
-            QCOMPARE(replytools::appendAvailable(&reply, path, quint64(body.size())),
-                     Append::Written);
-            QCOMPARE(QFileInfo(path).size(), room);
-            QCOMPARE(reply.bytesAvailable(), body.size() - room);
-        }
-    }
-    QCOMPARE(replytools::appendAvailable(&reply, path, quint64(body.size())), Append::Written);
-    QCOMPARE(files::read(path), body);
-    QCOMPARE(reply.bytesAvailable(), qint64(0));
-}
-
-void tst_ReplyToolsBytes::overwriteStart_data()
-{
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QByteArray>("after");
-    QTest::newRow("new file") << QByteArray() << QByteArray("body") << QByteArray("body");
-    QTest::newRow("shorter file") << QByteArray("ab") << QByteArray("body") << QByteArray("body");
-    QTest::newRow("longer file keeps its tail")
-        << QByteArray("abcdefgh") << QByteArray("body") << QByteArray("bodyefgh");
-    QTest::newRow("with zeros") << QByteArray("abc") << QByteArray("\0x", 2)
-                                << QByteArray("\0xc", 3);
-}
-
-void tst_ReplyToolsBytes::overwriteStart()
-{
-    QFETCH(QByteArray, before);
-    QFETCH(QByteArray, body);
-    QFETCH(QByteArray, after);
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    if (!before.isNull())
-        files::write(path, before);
-    QVERIFY(replytools::overwriteStart(path, body));
-    QCOMPARE(files::read(path), after);
-}
-
-void tst_ReplyToolsBytes::overwriteStartReportsAFileThatCannotBeOpened()
-{
-    const QTemporaryDir directory;
-    QVERIFY(!replytools::overwriteStart(directory.path(), "body"));
-    QVERIFY(!replytools::overwriteStart(directory.filePath("no/file"), "body"));
-}
 
 void tst_ReplyToolsBytes::collectsBodies_data()
 {
