@@ -15,10 +15,9 @@ def diff(path, text, mutant):
 
 
 def key(name, difference):
-    """What stays the same when lines move: the file and the lines that change."""
-    changed = [line[0] + " ".join(line[1:].split()) for line in difference.splitlines()
-               if re.match(r"[-+](?!--|\+\+)", line)]
-    return name, tuple(changed)
+    """What stays the same when code moves: the file and the lines shown, without their numbers."""
+    lines = [line for line in difference.splitlines() if not re.match(r"@@|--- a|\+\+\+ b", line)]
+    return name, tuple(line[:1] + " ".join(line[1:].split()) for line in lines)
 
 
 def equivalents(path):

@@ -126,16 +126,12 @@ class Coverage:
     def tests_of(self, name, first, last):
         """The tests that run any of these lines, cheapest first."""
         numbers = [str(number) for number in range(first, last + 1)]
-        has_code = any(number in test["lines"][name]
-                       for test in self._learnt.values() for number in numbers)
-        found = []
-        for test, learnt in self._learnt.items():
-            lines = learnt["lines"][name]
-            # A table is no code: who uses it is one of those that run anything of the file.
-            ran = [lines.get(number) for number in numbers] if has_code else lines.values()
-            if any(ran):
-                found.append((learnt["seconds"], test))
-        return [(self._tests[test], seconds) for seconds, test in sorted(found)]
+        ran = {test: learnt["lines"][name] for test, learnt in self._learnt.items()}
+        # Of tables gcov knows nothing: who uses one is among those that run anything of the file.
+        found = [test for test, lines in ran.items() if any(map(lines.get, numbers))] \
+            or [test for test, lines in ran.items() if any(lines.values())]
+        costs = sorted((self._learnt[test]["seconds"], test) for test in found)
+        return [(self._tests[test], seconds) for seconds, test in costs]
 
 
 def fingerprint(root):
