@@ -107,15 +107,13 @@ struct TarvisNetPrivate {
     void start(ReplyData record);
     /// Files a transfer under its reply, unless there is one already; false then.
     bool file(QNetworkReply *reply, Transfer transfer);
-    /// \name Sending: each connects its reply to the client
-    /// @{
+    /// Each sends, and connects its reply to the client.
     QNetworkReply *get(const QNetworkRequest &request);
     QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
     /// Sends with the verb of the record's kind, and takes the body out of the record.
     QNetworkReply *send(ReplyData &record);
-    /// @}
     QNetworkReply *connected(QNetworkReply *reply) const;
     void createReplyConnections(QNetworkReply *reply) const;
     /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it.
