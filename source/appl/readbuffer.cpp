@@ -25,8 +25,8 @@ void limit(QNetworkReply *reply, quint64 expectedSize)
 {
     if (expectedSize < boundedFromSize)
         return;
-    // Taken only to be freed: until glibc has seen so large a block freed, it gives each block of
-    // the download back to the system, and the system clears the pages each time.
+    // Taken only to be freed: until glibc has freed a block this large, it returns every block of
+    // the download to the system, which then has to clear the pages each time.
     QByteArray().reserve(greatestBlock);
     const bool isTls = reply->url().scheme() == QLatin1String("https");
     reply->setReadBufferSize(isTls ? tlsReadBuffer : plainReadBuffer);

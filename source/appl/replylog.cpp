@@ -46,7 +46,7 @@ std::optional<double> uploadPercentage(const Engine &engine, const char *functio
                                        const UploadTexts &texts, qint64 sent, qint64 total)
 {
     if (total > sent && sent != 0) {
-        // Whole percents of a part are always 0: kept, because logs are compared across versions.
+        // The integer quotient is always 0: kept, because logs are compared across versions.
         engine.log.debug(function) << "UploadProgress "
                                    << " received: " << sent << " total: " << total
                                    << " complete: " << sent / total * 100 << " % ";

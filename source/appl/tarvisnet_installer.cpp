@@ -7,10 +7,10 @@
 
 namespace {
 
-void queueInstaller(const TarvisNetPrivate &client, const char *function, const QUrl &url)
+void queueInstaller(const TarvisNetPrivate &client, const char *function, const QUrl &url,
+                    AddressForm form)
 {
-    QNetworkRequest request =
-        client.fileRequest(url, mime::zip, replies::remote_installer, AddressForm::Url);
+    QNetworkRequest request = client.fileRequest(url, mime::zip, replies::remote_installer, form);
     const FileData &file = *client.installerFile;
     if (file.resumeOffset != 0 && quint64(file.resumeOffset) < file.size) {
         const QByteArray range = openRange(file.resumeOffset);
@@ -41,13 +41,13 @@ void TarvisNet::fetchInstaller(QString _installerPath)
                   true, url.toString());
         return;
     }
-    queueInstaller(*d, Q_FUNC_INFO, url);
+    queueInstaller(*d, Q_FUNC_INFO, url, direct ? AddressForm::Url : AddressForm::Path);
 }
 
 void TarvisNet::fetchInstaller(QUrl _url)
 {
     if (_url.isValid())
-        queueInstaller(*d, Q_FUNC_INFO, withScheme(_url));
+        queueInstaller(*d, Q_FUNC_INFO, withScheme(_url), AddressForm::Url);
     else
         d->refuse(Q_FUNC_INFO, invalidAnyUrl, true, _url.toString());
 }

@@ -6,8 +6,8 @@
 
 namespace {
 
-/// The texts that refuse a raw operation. Some are bare or name another operation; logs have always
-/// read so.
+/// The texts that refuse a raw operation. Some are bare or name another operation: that is how logs
+/// have always read.
 struct RefusalTexts {
     const char *emptyText;
     const char *invalidUrl;
@@ -64,8 +64,8 @@ QNetworkRequest requestWithHeaders(TarvisNetPrivate &client, const QUrl &url,
                                    QLatin1String defaultType, const HeadersMap &headers,
                                    const RawHeadersMap &rawHeaders)
 {
-    // Whoever gives a user agent, an empty one too, does not want to send the client's, which names
-    // the installation.
+    // An application that gives a user agent, even an empty one, does not want to send the
+    // client's, which names the installation.
     QNetworkRequest request = headers.contains(QNetworkRequest::UserAgentHeader)
         ? client.request(url, defaultType)
         : client.documentRequest(url, defaultType);

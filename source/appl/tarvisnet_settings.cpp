@@ -233,6 +233,6 @@ void TarvisNet::setCookies(QNetworkCookieJar *jar)
     if (!jar || jar == d->manager->cookieJar())
         return;
     d->manager->setCookieJar(jar);
-    // The manager has taken the jar over; the caller shall keep it.
+    // The manager has made itself the jar's parent, but the jar stays the caller's.
     jar->setParent(nullptr);
 }

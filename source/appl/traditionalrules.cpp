@@ -71,7 +71,7 @@ Arrival TraditionalRules::arrival(const QString &replyType, int status) const
     return status >= 200 && status < 300 ? Arrival::Saved : Arrival::Unread;
 }
 
-/// As a signed number, so that nothing is written for a size beyond those.
+/// Taken as a signed number, as it always was: for a size beyond those nothing is written.
 quint64 TraditionalRules::sizeToAppendTo(const FileData &file) const
 {
     return qint64(file.size) < 0 ? 0 : file.size;
