@@ -80,9 +80,10 @@ public Q_SLOTS:
     /// Sends \a _data's request with GET.
     ///
     /// The body of replies::remote_binary and replies::remote_installer is appended to
-    /// FileData::filePath while it arrives, until the file has FileData::size bytes. The size must
-    /// be known: with 0 nothing is written. The body of replies::raw_get_file overwrites that file
-    /// from its start, which keeps what it has beyond the body's length.
+    /// FileData::filePath while it arrives. The size must be known: a chunk is written, whole,
+    /// while the file is shorter than FileData::size, so with 0 nothing is. The body of
+    /// replies::raw_get_file overwrites that file from its start, which keeps what it has beyond
+    /// the body's length.
     void startGet(ReplyData _data);
 
     /// As startGet() with POST and the body \a _ba.

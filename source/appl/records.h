@@ -105,14 +105,8 @@ using HeadersMap = QMap<QNetworkRequest::KnownHeaders, QVariant>;
 /// them.
 using RawHeadersMap = QMap<QByteArray, QByteArray>;
 
-/// The file that a download writes.
+/// The file that a download writes. An aggregate, made with every field empty or zero.
 struct TARVISNET_EXPORT FileData {
-    /// A record with every field empty or zero.
-    FileData() = default;
-    /// Copies every field.
-    FileData(const FileData &) = default;
-    /// Copies every field.
-    FileData &operator=(const FileData &) = default;
     ~FileData();
 
     /// Path of the finished file.

@@ -20,6 +20,9 @@ constexpr MessageLog messages("../../source/appl/remoteping");
 // An endless probe throws its replies away whenever it has sent more than this many.
 constexpr int clearAfterPings = 300;
 
+// Nobody reads more than this of an answer that does not end.
+constexpr qint64 greatestUnreadBody = 2 * 1024 * 1024;
+
 bool isAnswer(QNetworkReply::NetworkError error)
 {
     return error == QNetworkReply::NoError || error == QNetworkReply::ContentAccessDenied
@@ -41,7 +44,17 @@ struct RemotePingPrivate {
     QSharedPointer<QNetworkAccessManager> manager;
     // Replies die with their manager, which the probe need not be the last to hold.
     QList<QPointer<QNetworkReply>> replies;
+
+    void dropEndlessBodies() const;
 };
+
+void RemotePingPrivate::dropEndlessBodies() const
+{
+    for (QNetworkReply *reply : replies) {
+        if (reply && reply->bytesAvailable() > greatestUnreadBody)
+            reply->readAll();
+    }
+}
 
 RemotePing::RemotePing(QSharedPointer<QNetworkAccessManager> manager, QObject *parent)
     : QObject(parent)
@@ -129,12 +142,14 @@ void RemotePing::setPeriod(int msec)
 
 void RemotePing::setManager(QSharedPointer<QNetworkAccessManager> manager)
 {
-    d->manager = std::move(manager);
+    if (d->manager != manager)
+        d->manager = std::move(manager);
 }
 
 void RemotePing::setUrl(QUrl url)
 {
-    d->url = std::move(url);
+    if (d->url != url)
+        d->url = std::move(url);
 }
 
 void RemotePing::start(int _count)
@@ -170,6 +185,7 @@ void RemotePing::sendPing()
         clearReplies();
         d->sentCount = 0;
     }
+    d->dropEndlessBodies();
     d->pingClock.restart();
     if (QNetworkReply *reply = pingRequest())
         d->replies.append(reply);
@@ -195,16 +211,18 @@ QNetworkReply *RemotePing::pingRequest()
     }
     connect(reply, &QNetworkReply::finished, this, &RemotePing::replyFinished,
             Qt::DirectConnection);
-    // Nobody wants the body; unread it would stay in memory until the replies are cleared.
-    connect(reply, &QIODevice::readyRead, reply, [reply] { reply->readAll(); });
     return reply;
 }
 
 void RemotePing::replyFinished()
 {
-    const auto *reply = qobject_cast<QNetworkReply *>(sender());
+    auto *reply = qobject_cast<QNetworkReply *>(sender());
     if (!reply)
         return;
+    // Whoever shares the manager has had its chance to read the body; unread it would stay in
+    // memory until the replies are cleared.
+    if (d->replies.contains(reply))
+        reply->readAll();
     const ActiveCall call(this, d->manager);
     if (isAnswer(reply->error())) {
         const int elapsed = int(d->pingClock.elapsed());

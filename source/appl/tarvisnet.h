@@ -26,7 +26,7 @@ struct TarvisNetPrivate;
 /// the path setters), connects the signals it needs and calls the slots. Every request waits in a
 /// queue until fewer than getParallelRequestsCount() requests are in flight. Nothing is returned:
 /// each result arrives by the signal of its operation together with the URL text of the request,
-/// each failure by s_errorChanged() with a code of errorcodes.
+/// failures by s_errorChanged() with a code of errorcodes.
 ///
 /// Downloads grow in a temporary file and are resumed from it, see fetchBinary().
 ///
@@ -38,8 +38,9 @@ struct TarvisNetPrivate;
 /// outlives the client.
 ///
 /// Redirects are followed with a GET to the target exactly as the server gives it, however many
-/// there are, and the result carries the URL of the first request. A request that was redirected
-/// and then failed keeps its place among the requests in flight as long as the client lives.
+/// there are, and the result carries the URL of the first request. A failure carries the URL that
+/// failed, and each redirect that led to it keeps a place among the requests in flight as long as
+/// the client lives.
 class TARVISNET_EXPORT TarvisNet : public QObject {
     Q_OBJECT
 
@@ -209,7 +210,7 @@ Q_SIGNALS:
     /// \a _total, which is 0 for requests other than a binary download. Emitted right before
     /// s_downloadFileProgress().
     void s_downloadFileBytesProgress(qlonglong _send, qlonglong _total, QString _url = QString());
-    /// A binary download is complete and in place, or an installer download ended.
+    /// A binary download ended and its file is in place, or an installer download ended.
     void s_finished(QString _url);
     /// A request in flight was aborted: by abortDownload(), which the client calls itself after a
     /// time-out of the probe and after most network errors, by a certificate that is not accepted,
@@ -284,14 +285,17 @@ public Q_SLOTS:
     /// errorcodes::file_not_completed when it cannot be put in place.
     ///
     /// \a _savePath is the path of the finished file; without one nothing is saved and the download
-    /// fails at its end. The bytes go to a file of the same name with
-    /// the suffix general::temp_file_suffix in getTemporaryDirectory() and are copied to
-    /// \a _savePath at the end. A shorter temporary file of an earlier, interrupted download is
-    /// continued. A file of exactly \a _size bytes at \a _savePath is deleted and downloaded anew;
-    /// one of another size makes the download fail at its end, and is deleted then.
+    /// fails at its end. The bytes go to a file in getTemporaryDirectory(), of the same name with
+    /// the suffix general::temp_file_suffix. At the end it is moved to \a _savePath, or copied and
+    /// then deleted where it cannot be moved. A shorter temporary file of an earlier, interrupted
+    /// download is continued. A file of exactly \a _size bytes at \a _savePath is deleted and
+    /// downloaded anew; one of another size makes the download fail at its end, and is deleted
+    /// then.
     ///
-    /// \a _size is the size of the complete file in bytes. It must be known: with 0 nothing is
-    /// written, and nothing more once the file has it. \a _hash is only carried.
+    /// \a _size is the size of the complete file in bytes. It must be known: a chunk that arrives
+    /// is written, whole, while the file is shorter, so with 0 nothing is. The finished file is not
+    /// compared with it, and a full disk, too, ends in s_finished() with a short file. \a _hash is
+    /// only carried.
     void fetchBinary(QString _urlPath, QString _savePath = QString(), qulonglong _size = 0,
                      QString _hash = QString());
     /// The same for any server.

@@ -56,6 +56,4 @@ private:
     Q_DISABLE_COPY(ClientBench)
 };
 
-Q_DECLARE_METATYPE(ScriptedServer::Mode)
-
 #endif // TARVISNET_TESTS_CLIENTBENCH_H

@@ -17,8 +17,6 @@
 
 #include <algorithm>
 
-Q_DECLARE_METATYPE(ScriptedServer::Mode)
-
 /// What the tests of the stand-alone processor share.
 namespace processorbench {
 

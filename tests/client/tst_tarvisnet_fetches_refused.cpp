@@ -19,6 +19,8 @@ class tst_TarvisNetFetchesRefused : public QObject {
 private Q_SLOTS:
     void emptyPaths_data();
     void emptyPaths();
+    void emptyPathsOfAnInvalidServer_data();
+    void emptyPathsOfAnInvalidServer();
     void noInstaller_data();
     void noInstaller();
     void builtUrls_data();
@@ -91,6 +93,40 @@ void tst_TarvisNetFetchesRefused::emptyPaths_data()
 void tst_TarvisNetFetchesRefused::emptyPaths()
 {
     check("https://example.test:8443");
+}
+
+void tst_TarvisNetFetchesRefused::emptyPathsOfAnInvalidServer_data()
+{
+    addColumns();
+    // The text of an invalid URL is empty.
+    addRow(
+        "definition",
+        [](TarvisNet &client) {
+            client.setServerPort("70000");
+            client.fetchDefinition();
+        },
+        "<TarvisNet::fetchDefinition> Invalid url: Empty definition path",
+        "void TarvisNet::fetchDefinition(QString)");
+    addRow(
+        "index",
+        [](TarvisNet &client) {
+            client.setServerPort("70000");
+            client.fetchIndex();
+        },
+        "<TarvisNet::fetchIndex> Empty index path \"\"", "void TarvisNet::fetchIndex(QString)");
+    addRow(
+        "change log",
+        [](TarvisNet &client) {
+            client.setServerPort("70000");
+            client.fetchInstallerChangeLog();
+        },
+        "<TarvisNet::fetchInstallerChangeLog> Empty changelog path",
+        "void TarvisNet::fetchInstallerChangeLog(QString)");
+}
+
+void tst_TarvisNetFetchesRefused::emptyPathsOfAnInvalidServer()
+{
+    check(QString());
 }
 
 void tst_TarvisNetFetchesRefused::noInstaller_data()

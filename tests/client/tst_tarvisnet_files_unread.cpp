@@ -34,8 +34,6 @@ private:
     static bool isRoom(FetchBench &bench, ScriptedServer &server);
 };
 
-Q_DECLARE_METATYPE(ScriptedServer::Mode)
-
 void tst_TarvisNetFilesUnread::addModes()
 {
     QTest::addColumn<ScriptedServer::Mode>("mode");

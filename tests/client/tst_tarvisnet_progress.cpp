@@ -6,6 +6,8 @@
 #include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 
+#include <limits>
+
 using namespace clientaccess;
 
 Q_DECLARE_METATYPE(QList<QNetworkReply::RawHeaderPair>)
@@ -75,6 +77,9 @@ void tst_TarvisNetProgress::tellsDownloads_data()
         {"the server's total may be unknown beside a size", 1000, 0, 500, -1, 500, 50.0},
         {"more than the size", 1000, 900, 600, 600, 1500, 150.0},
         {"one third", 3, 0, 1, 3, 1, 33.333335876464844},
+        // As an unsigned number, which it is, twice the bytes.
+        {"a size beyond signed numbers", std::numeric_limits<qlonglong>::min(), 0, 1LL << 62, -1,
+         1LL << 62, 50.0},
         {"two thirds", 3, 1, 1, 2, 2, 66.666671752929688},
         {"seven ninths", 9, 0, 7, 9, 7, 77.777778625488281},
         {"nearly all rounds to all", 1000000000, 0, 999999999, 1000000000, 999999999, 100.0},

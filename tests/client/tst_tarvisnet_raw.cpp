@@ -13,8 +13,6 @@
 
 using namespace queueaccess;
 
-Q_DECLARE_METATYPE(ScriptedServer::Mode)
-
 namespace {
 
 const char *const sourceFile = "../../source/appl/tarvisnet";

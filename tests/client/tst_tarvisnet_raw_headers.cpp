@@ -108,6 +108,8 @@ private Q_SLOTS:
     void addsDefaults();
     void setsKnownHeaders_data();
     void setsKnownHeaders();
+    void givenUserAgentKeepsTheClientsAway_data();
+    void givenUserAgentKeepsTheClientsAway();
     void rawHeadersWin_data();
     void rawHeadersWin();
     void setsHeadersInOrder_data();
@@ -262,6 +264,31 @@ void tst_TarvisNetRawHeaders::setsKnownHeaders()
     QFETCH(const QVariant, value);
     QFETCH(const QByteArray, name);
     QTEST(send(operation, {{header, value}}).header(name), "text");
+}
+
+void tst_TarvisNetRawHeaders::givenUserAgentKeepsTheClientsAway_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<QVariant>("value");
+    for (const NamedOperation &named : operations) {
+        QTest::addRow("%s, empty text", named.name) << named.operation << QVariant(QString());
+        QTest::addRow("%s, empty bytes", named.name) << named.operation << QVariant(QByteArray());
+        QTest::addRow("%s, no value", named.name) << named.operation << QVariant();
+        QTest::addRow("%s, text", named.name) << named.operation << QVariant("agent");
+    }
+}
+
+// The client's own names the installation, which somebody may not want to tell everybody.
+void tst_TarvisNetRawHeaders::givenUserAgentKeepsTheClientsAway()
+{
+    QFETCH(const Operation, operation);
+    QFETCH(const QVariant, value);
+    m_client->setVtxIdByText("installation");
+    const QByteArray sent = send(operation, {{Known::UserAgentHeader, value}}).header("user-agent");
+    QVERIFY(!sent.contains("TarvisNet"));
+    QVERIFY(!sent.contains("installation"));
+    if (!value.toString().isEmpty())
+        QCOMPARE(sent, value.toByteArray());
 }
 
 void tst_TarvisNetRawHeaders::rawHeadersWin_data()

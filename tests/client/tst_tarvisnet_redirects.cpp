@@ -40,6 +40,7 @@ private Q_SLOTS:
     void logsTheChain();
     void removesFromTheFirstToTheLast();
     void countsHopsAsRequests();
+    void unwindsQueuedRecords();
     void followsUnknownReplies();
     void tellsWhetherARedirectWasSent();
     void takesTheTargetAsItIs_data();
@@ -234,6 +235,29 @@ void tst_TarvisNetRedirects::countsHopsAsRequests()
     QVERIFY(bench.recorder.waitFor("s_rawGet", 2));
     QCOMPARE(bench.recorder.of("s_rawGet").at(0).at(1).toString(), bench.url("/first"));
     QCOMPARE(bench.recorder.of("s_rawGet").at(1).at(1).toString(), bench.url("/other"));
+}
+
+// A record of the kind that comes through the queue is unwound like one that a redirect made.
+void tst_TarvisNetRedirects::unwindsQueuedRecords()
+{
+    ClientBench bench;
+    HttpResponse held;
+    bench.server.on("/first",
+                    [&held](const HttpRequest &, HttpResponse &response) { held = response; });
+    bench.server.on("/last", answers::json({{"last", 1}}));
+    bench.client->rawGet(bench.server.url("/first"));
+    QVERIFY(bench.server.waitForRequests(1));
+    ReplyData next = record(replies::redirect_reply, bench.server.url("/last"));
+    next.directReply = repliesOf(*bench.client).first();
+    add(*bench.client, next);
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
+
+    QCOMPARE(bench.recorder.last("s_rawGet").at(0).toJsonDocument(),
+             QJsonDocument::fromJson(R"({"last":1})"));
+    QCOMPARE(bench.recorder.last("s_rawGet").at(1).toString(), bench.url("/first"));
+    QCOMPARE(bench.messages(),
+             QStringList({"debug: <TarvisNet::handleReply> Redirect finished",
+                          "debug: <TarvisNet::handleReply> Found direct reply"}));
 }
 
 void tst_TarvisNetRedirects::followsUnknownReplies()

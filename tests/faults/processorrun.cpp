@@ -50,7 +50,7 @@ void ProcessorRun::ask(const QUrl &url, qulonglong size)
 {
     m_url = url.toString();
     start(processorbench::fileRecord(m_kind.name, url, path(), size),
-          QByteArray(m_kind.verb) == "POST", "m_url");
+          QByteArray(m_kind.verb) == "POST", "asked");
 }
 
 QStringList ProcessorRun::said() const

@@ -58,6 +58,14 @@ void SmallDisk::protect()
     mountWith(MS_REMOUNT | MS_RDONLY, QByteArray());
 }
 
+void SmallDisk::protectFolder(const QString &path)
+{
+    const QByteArray folder = path.toLocal8Bit();
+    must(mount(folder, folder, nullptr, MS_BIND, nullptr) == 0, "no folder of its own");
+    must(mount(folder, folder, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0,
+         "no protected folder");
+}
+
 void SmallDisk::mountWith(unsigned long flags, const QByteArray &options)
 {
     must(mount("tmpfs", m_directory.path().toLocal8Bit(), "tmpfs", flags, options.constData()) == 0,

@@ -17,6 +17,8 @@ public:
     void resize(qint64 bytes);
     /// From now on nothing can be written or deleted on it, not even by root.
     void protect();
+    /// The same for one of its folders, in this view of the file systems.
+    static void protectFolder(const QString &path);
 
 private:
     Q_DISABLE_COPY(SmallDisk)

@@ -1,6 +1,7 @@
 #include "faultbench.h"
 #include "faultrows.h"
 #include "files.h"
+#include "processorbench.h"
 #include "smalldisk.h"
 
 #include <QtCore/QCoreApplication>
@@ -9,6 +10,8 @@
 #include <QtTest/QTest>
 
 #include <cstring>
+
+using namespace processorbench;
 
 using faultrows::Mode;
 
@@ -92,8 +95,12 @@ class tst_FaultsDisk : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void goesOnOnceThereIsRoom_data() { faultrows::addModes(); }
-    void goesOnOnceThereIsRoom();
+    void dropsWhatAFullDiskDoesNotTake_data() { faultrows::addModes(); }
+    void dropsWhatAFullDiskDoesNotTake();
+    void takesNoMemoryForAFullDisk_data() { faultrows::addModes(); }
+    void takesNoMemoryForAFullDisk();
+    void processorDropsWhatAFullDiskDoesNotTake_data() { faultrows::addModes(); }
+    void processorDropsWhatAFullDiskDoesNotTake();
     void resumesWhatAFullDiskCut_data() { faultrows::addModes(); }
     void resumesWhatAFullDiskCut();
     void noRoomForTheDestination_data() { faultrows::addModes(); }
@@ -104,9 +111,9 @@ private Q_SLOTS:
     void resumesAfterAKill();
 };
 
-// The disk takes two pieces and a part of the third. Nothing of what arrives may be lost in the
-// middle of the file.
-void tst_FaultsDisk::goesOnOnceThereIsRoom()
+// The disk takes two pieces and a part of the third. What comes after that is dropped, also when
+// there is room again: it would stand behind a gap. The file is a beginning that can be resumed.
+void tst_FaultsDisk::dropsWhatAFullDiskDoesNotTake()
 {
     QFETCH(Mode, mode);
 
@@ -122,16 +129,71 @@ void tst_FaultsDisk::goesOnOnceThereIsRoom()
     QVERIFY(bench.server.waitForRequests(1));
     answer.writeGenerated(3 * piece);
     QTRY_COMPARE(QFileInfo(bench.temporary()).size(), room);
+    QTRY_COMPARE(bench.reply()->bytesAvailable(), qint64(0));
 
     disk.resize(4 * total);
-    answer.writeGenerated(total - 3 * piece, 3 * piece);
-    answer.finish();
+    answer.writeGenerated(piece, 3 * piece);
+    QTRY_COMPARE(bench.reply()->bytesAvailable(), qint64(0));
+    QVERIFY(files::read(bench.temporary()) == HttpResponse::generated(0, room));
+    bench.client->abortDownload(QString());
     QVERIFY(bench.waitUntilGone());
 
+    bench.server.on("/fault", answers::generatedFile(total));
+    bench.recorder.clear();
+    bench.log.clear();
+    bench.start(requestkinds::of(replies::remote_binary), total);
+    QVERIFY(bench.waitUntilGone());
     QVERIFY(files::read(bench.destination()) == HttpResponse::generated(0, total));
     QVERIFY(!QFileInfo::exists(bench.temporary()));
     QCOMPARE(bench.seen(), bench.downloadSignals({}, true));
     QCOMPARE(bench.said(), QStringList());
+}
+
+// A download that is large enough for a bound on Qt's buffer stays as small in memory as any.
+void tst_FaultsDisk::takesNoMemoryForAFullDisk()
+{
+    QFETCH(Mode, mode);
+
+    constexpr qint64 large = 48 * 1024 * KiB;
+    FaultBench bench(mode);
+    const SmallDisk disk(room);
+    bench.setTemporaryDirectory(disk.path("."));
+    bench.setDestination(disk.path("file"));
+    bench.server.on("/fault", answers::generatedFile(large));
+    bench.start(requestkinds::of(replies::remote_binary), large);
+    qint64 mostUnread = 0;
+    connect(bench.reply(), &QNetworkReply::downloadProgress, this, [&bench, &mostUnread] {
+        mostUnread = qMax(mostUnread, bench.reply()->bytesAvailable());
+    });
+    QVERIFY(bench.waitUntilGone());
+    QVERIFY2(mostUnread <= 8 * 1024 * KiB, qPrintable(QString::number(mostUnread)));
+    QCOMPARE(bench.seen(), bench.downloadSignals({-218}, false));
+    QVERIFY(files::read(bench.temporary()) == HttpResponse::generated(0, room));
+}
+
+// The stand-alone processor appends to the finished file itself.
+void tst_FaultsDisk::processorDropsWhatAFullDiskDoesNotTake()
+{
+    QFETCH(Mode, mode);
+
+    ProcessorBench bench(mode);
+    bench.server.on("/fault", answers::generatedFile(total));
+    SmallDisk disk(room);
+    const ReplyData download =
+        fileRecord(replies::remote_binary, bench.server.url("/fault"), disk.path("file"), total);
+    QVERIFY(bench.run(download));
+    QVERIFY(files::read(disk.path("file")) == HttpResponse::generated(0, room));
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", bench.url("/fault"))});
+
+    disk.resize(4 * total);
+    bench.server.on("/fault", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(206, {}, total - room);
+        response.writeGenerated(total - room, room);
+        response.finish();
+    });
+    bench.start(download);
+    QVERIFY(bench.recorder.waitFor("s_finished", 2));
+    QVERIFY(files::read(disk.path("file")) == HttpResponse::generated(0, total));
 }
 
 // Without room to the end, what is on the disk is the beginning of the file, and stays.

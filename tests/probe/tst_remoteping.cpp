@@ -65,6 +65,8 @@ private Q_SLOTS:
     void timesAreStored();
     void periodTakesEffectAtTheNextStart();
     void managerIsShared();
+    void equalUrlIsIgnored();
+    void sameManagerIsIgnored();
     void managerCanBeReplaced();
 };
 
@@ -295,6 +297,32 @@ void tst_RemotePing::managerIsShared()
     QCOMPARE(manager.toStrongRef()->count(), 1);
     bench.ping.reset();
     QVERIFY(!manager);
+}
+
+// An equal URL changes nothing, not even the failure of an earlier setter.
+void tst_RemotePing::equalUrlIsIgnored()
+{
+    PingBench bench;
+    const QUrl url("http://127.0.0.1");
+    bench.ping->setUrl(url);
+    bench.ping->setPort(-4536);
+    bench.ping->setUrl(url);
+    QVERIFY(!bench.ping->getUrl().isValid());
+    bench.ping->setUrl(QUrl("http://localhost"));
+    QVERIFY(bench.ping->getUrl().isValid());
+}
+
+void tst_RemotePing::sameManagerIsIgnored()
+{
+    PingBench bench;
+    const QWeakPointer<FakeManager> first = bench.manager;
+    QSharedPointer<FakeManager> other(bench.manager.data(), [](FakeManager *) {});
+    const QWeakPointer<FakeManager> second = other;
+    bench.ping->setManager(other);
+    other.reset();
+    QVERIFY(!second);
+    bench.manager.reset();
+    QVERIFY(first);
 }
 
 void tst_RemotePing::managerCanBeReplaced()

@@ -77,6 +77,8 @@ void tst_NetworkProcessorFiles::downloads_data()
     add("larger than announced", QByteArray(), 20, body);
     add("size reached within the chunk", QByteArray(), 5, body);
     add("one byte missing", "abcd", 5, "abcd" + body);
+    // Compared as it is declared, without a sign.
+    add("size beyond signed numbers", "abc", ~quint64(0), "abc" + body);
     add("complete", "abcdefghij", 10, "abcdefghij");
     add("beyond the size", "abcdefghijk", 10, "abcdefghijk");
     add("unknown size", QByteArray(), 0, "");

@@ -43,7 +43,7 @@ QString downloadText(qlonglong received, qlonglong total, qlonglong loaded, qlon
         .arg(received)
         .arg(total)
         .arg(loaded)
-        .arg(full)
+        .arg(quint64(full))
         .arg(percentage);
 }
 
@@ -83,6 +83,9 @@ void tst_NetworkProcessorProgress::download_data()
     add("single precision", 3, 0, 1, 3, 33.33333587646484375, "33.3333");
     add("operands in single precision", 33554432, 0, 16777217, 33554432, 50.0, "50");
     add("beyond 32 bits", 10000000000, 5000000000, 2500000000, 5000000000, 75.0, "75");
+    // As an unsigned number, which it is, twice the bytes.
+    add("size beyond signed numbers", std::numeric_limits<qlonglong>::min(), 0, 1LL << 62, -1, 50.0,
+        "50");
     add("no size", 0, 0, 50, 100, infinite, "inf");
     add("no size, resumed", 0, 5, 0, 100, infinite, "inf");
     add("nothing of nothing", 0, 0, 0, 0, undefined, "nan");

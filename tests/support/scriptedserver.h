@@ -144,4 +144,6 @@ private:
     Awaiter m_awaiter;
 };
 
+Q_DECLARE_METATYPE(ScriptedServer::Mode)
+
 #endif // TARVISNET_TESTS_SCRIPTEDSERVER_H

@@ -12,6 +12,12 @@
 #include <QtNetwork/QNetworkAccessManager>
 
 #include <cstdio>
+#include <type_traits>
+
+static_assert(std::is_aggregate_v<FileData>);
+
+// Each field can be given where the record is made.
+const FileData file = {QStringLiteral("file"), QStringLiteral("file.part"), QString(), 6, 3};
 
 int main(int argc, char *argv[])
 {
