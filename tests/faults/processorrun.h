@@ -3,7 +3,7 @@
 
 #include "endings.h"
 #include "processorbench.h"
-#include "requestkinds.h"
+#include "operations.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtNetwork/QSslError>

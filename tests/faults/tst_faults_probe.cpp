@@ -1,5 +1,5 @@
 #include "answers.h"
-#include "clientaccess.h"
+#include "clientbench.h"
 #include "endings.h"
 #include "files.h"
 #include "logcapture.h"
