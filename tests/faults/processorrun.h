@@ -2,8 +2,8 @@
 #define TARVISNET_TESTS_PROCESSORRUN_H
 
 #include "endings.h"
-#include "processorbench.h"
 #include "operations.h"
+#include "processorbench.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtNetwork/QSslError>
