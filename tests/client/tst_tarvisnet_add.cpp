@@ -1,18 +1,12 @@
-#include "answers.h"
-#include "fakereply.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
+#include "clientbench.h"
+#include "lockedqueue.h"
+#include "recordfields.h"
 
-#include <tarvisnet/tarvisnet.h>
-
-#include <QtCore/QJsonDocument>
 #include <QtTest/QTest>
 
 #include <functional>
 
-using namespace queueaccess;
+using namespace clientaccess;
 
 using Change = std::function<void(ReplyData &)>;
 
@@ -20,24 +14,16 @@ Q_DECLARE_METATYPE(Change)
 
 namespace {
 
-const char *const sourceFile = "../../source/appl/tarvisnet";
-
-const QUrl someUrl("http://127.0.0.1:9/some?a=b");
-
-QVariantList error(short code, const QUrl &url)
-{
-    return {QVariant::fromValue(code), url.toString(), QJsonDocument()};
-}
+const ReplyData some = record(replies::raw_get, QUrl("http://127.0.0.1:9/some?a=b"));
+const QString someUrl = some.request.url().toString();
 
 } // namespace
 
+/// What the queue takes in, and what it refuses.
 class tst_TarvisNetAdd : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_log.reset(new LogCapture); }
-    void cleanup() { m_log.reset(); }
-
     void refusesEqualRecord_data();
     void refusesEqualRecord();
     void acceptsDifferentRecord_data();
@@ -47,9 +33,6 @@ private Q_SLOTS:
     void reportsLockedQueue_data();
     void reportsLockedQueue();
     void logsItsOrigin();
-
-private:
-    QScopedPointer<LogCapture> m_log;
 };
 
 void tst_TarvisNetAdd::refusesEqualRecord_data()
@@ -69,107 +52,86 @@ void tst_TarvisNetAdd::refusesEqualRecord()
     QFETCH(const int, active);
     QFETCH(const int, before);
     QFETCH(const int, after);
-    ScriptedServer server;
-    server.onRequest(answers::withhold());
-    TarvisNet client;
+    WaitingBench bench;
     const auto addNumbered = [&](const char *path, int count) {
         for (int number = 0; number < count; ++number)
-            add(client, getRecord(server.url(path + QString::number(number))));
+            bench.get({path + QString::number(number)});
     };
     addNumbered("/active", active);
-    client.setStopProcess(true);
+    bench.client->setStopProcess(true);
     addNumbered("/before", before);
-    const QUrl url = server.url("/twice?a=b");
-    add(client, getRecord(url));
+    bench.add(some);
     addNumbered("/after", after);
 
-    SignalRecorder recorder(&client);
-    m_log->clear();
-    add(client, getRecord(url));
-    QCOMPARE(recorder.names(), QStringList("s_errorChanged"));
-    QCOMPARE(recorder.last("s_errorChanged"), error(-221, url));
+    bench.forget();
+    bench.add(some);
+    QCOMPARE(bench.recorder.names(), QStringList("s_errorChanged"));
+    QCOMPARE(bench.error(), failure(-221, someUrl));
     const QString text = QString("Contains request: \"%1\" active count: %2 added count: %3")
-                             .arg(url.toString())
+                             .arg(someUrl)
                              .arg(active)
                              .arg(before + 1 + after);
-    QCOMPARE(m_log->texts(QtWarningMsg), QStringList(text));
-    QCOMPARE(m_log->texts().size(), 1);
+    QCOMPARE(bench.log.texts(QtWarningMsg), QStringList(text));
+    QCOMPARE(bench.log.texts().size(), 1);
 }
 
 void tst_TarvisNetAdd::acceptsDifferentRecord_data()
 {
     QTest::addColumn<Change>("change");
     const auto row = [](const char *name, const Change &change) { QTest::newRow(name) << change; };
-    row("tag", [](ReplyData &record) { record.tag = 1; });
-    row("kind", [](ReplyData &record) { record.replyType = replies::raw_get_file; });
-    row("data", [](ReplyData &record) { record.data = "x"; });
-    row("file", [](ReplyData &record) { record.fileData.filePath = "x"; });
-    row("temporary file", [](ReplyData &record) { record.fileData.tempFilePath = "x"; });
-    row("hash", [](ReplyData &record) { record.fileData.hash = "x"; });
-    row("size", [](ReplyData &record) { record.fileData.size = 1; });
-    row("resume offset", [](ReplyData &record) { record.fileData.resumeOffset = 1; });
-    row("URL", [](ReplyData &record) { record.request.setUrl(QUrl("http://127.0.0.1:9/other")); });
+    for (const recordfields::Field &field : recordfields::all)
+        row(field.name, [field](ReplyData &record) { field.set(record, 1); });
     row("query", [](ReplyData &record) { record.request.setUrl(QUrl("http://127.0.0.1:9/some")); });
     row("header", [](ReplyData &record) { record.request.setRawHeader("X-More", "x"); });
     row("attribute",
         [](ReplyData &record) { record.request.setAttribute(QNetworkRequest::User, 1); });
-    row("redirected reply", [](ReplyData &record) {
-        static FakeReply reply;
-        record.directReply = &reply;
-    });
 }
 
 void tst_TarvisNetAdd::acceptsDifferentRecord()
 {
     QFETCH(const Change, change);
-    TarvisNet client;
-    client.setStopProcess(true);
-    ReplyData changed = getRecord(someUrl);
+    ClientBench bench;
+    bench.hold();
+    ReplyData changed = some;
     change(changed);
-    add(client, getRecord(someUrl));
-    SignalRecorder recorder(&client);
-    add(client, changed);
-    QCOMPARE(recorder.names(), QStringList("s_repliesCountChanged"));
-    // It was stored whole: now it is there, too.
-    add(client, changed);
-    QCOMPARE(recorder.names(), QStringList({"s_repliesCountChanged", "s_errorChanged"}));
+    bench.add(some);
+    bench.forget();
+    bench.add(changed);
+    QCOMPARE(bench.recorder.names(), QStringList("s_repliesCountChanged"));
+    // It was stored whole.
+    QVERIFY(bench.isPending(changed));
 }
 
 void tst_TarvisNetAdd::acceptsAgainOnceStarted()
 {
-    ScriptedServer server;
-    server.onRequest(answers::withhold());
-    TarvisNet client;
-    client.setParallelRequestsCount(1);
-    SignalRecorder recorder(&client, {"s_errorChanged"});
-    const ReplyData request = getRecord(server.url("/same"));
-    add(client, request);
-    add(client, request);
-    QCOMPARE(recorder.count("s_errorChanged"), 0);
-    add(client, request);
-    QCOMPARE(recorder.count("s_errorChanged"), 1);
+    WaitingBench bench;
+    bench.client->setParallelRequestsCount(1);
+    const ReplyData request = record(replies::raw_get, bench.server.url("/same"));
+    bench.add(request);
+    bench.add(request);
+    QCOMPARE(bench.errors(), QList<int>());
+    bench.add(request);
+    QCOMPARE(bench.errors(), QList<int>{-221});
 
-    call(client, "removeReply", Q_ARG(QNetworkReply *, running(client).first()));
-    add(client, request);
-    QCOMPARE(recorder.count("s_errorChanged"), 1);
+    bench.call("removeReply", bench.running().first());
+    bench.add(request);
+    QCOMPARE(bench.errors(), QList<int>{-221});
 }
 
 void tst_TarvisNetAdd::forcesEqualRecord()
 {
-    ScriptedServer server;
-    TarvisNet client;
-    client.setStopProcess(true);
-    SignalRecorder recorder(&client);
-    add(client, getRecord(server.url("/same")));
-    forceAdd(client, getRecord(server.url("/same")));
-    forceAdd(client, getRecord(server.url("/same")));
-    QCOMPARE(
-        recorder.names(),
-        QStringList({"s_repliesCountChanged", "s_repliesCountChanged", "s_repliesCountChanged"}));
-    client.setStopProcess(false);
+    ClientBench bench;
+    bench.hold();
+    const ReplyData request = record(replies::raw_get, bench.server.url("/same"));
+    bench.add(request);
+    bench.forceAdd(request);
+    bench.forceAdd(request);
+    const QStringList changed("s_repliesCountChanged");
+    QCOMPARE(bench.recorder.names(), changed + changed + changed);
+    bench.client->setStopProcess(false);
     for (int sent = 1; sent <= 3; ++sent) {
-        call(client, "processReplies");
-        QCOMPARE(running(client).size(), sent);
+        bench.call("processReplies");
+        QCOMPARE(bench.running().size(), sent);
     }
 }
 
@@ -183,35 +145,31 @@ void tst_TarvisNetAdd::reportsLockedQueue_data()
 void tst_TarvisNetAdd::reportsLockedQueue()
 {
     QFETCH(const QByteArray, operation);
-    TarvisNet client;
-    client.setStopProcess(true);
-    SignalRecorder recorder(&client);
+    ClientBench bench;
+    bench.hold();
     {
-        const LockedQueue locked(client, getRecord(QUrl("http://127.0.0.1:9/held")));
-        recorder.clear();
-        m_log->clear();
-        call(client, operation, Q_ARG(ReplyData, getRecord(someUrl)));
-        QCOMPARE(recorder.names(), QStringList("s_errorChanged"));
-        QCOMPARE(recorder.last("s_errorChanged"), error(-219, someUrl));
-        QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Unable to lock mutex!"));
-        QCOMPARE(m_log->texts().size(), 1);
+        const LockedQueue locked(bench, record(replies::raw_get, QUrl("http://127.0.0.1:9/held")));
+        bench.call(operation, Q_ARG(ReplyData, some));
+        QCOMPARE(bench.recorder.names(), QStringList("s_errorChanged"));
+        QCOMPARE(bench.error(), failure(-219, someUrl));
+        QCOMPARE(bench.log.texts(QtWarningMsg), QStringList("Unable to lock mutex!"));
+        QCOMPARE(bench.log.texts().size(), 1);
     }
     // The request was dropped, so it is no duplicate.
-    recorder.clear();
-    add(client, getRecord(someUrl));
-    QCOMPARE(recorder.names(), QStringList("s_repliesCountChanged"));
+    bench.forget();
+    bench.add(some);
+    QCOMPARE(bench.recorder.names(), QStringList("s_repliesCountChanged"));
 }
 
 void tst_TarvisNetAdd::logsItsOrigin()
 {
-    TarvisNet client;
-    client.setStopProcess(true);
-    m_log->clear();
-    add(client, getRecord(someUrl));
-    add(client, getRecord(someUrl));
-    call(client, "removeReply", Q_ARG(QNetworkReply *, nullptr));
-    QCOMPARE(m_log->originFault(sourceFile), QString());
-    const QList<LogEntry> entries = m_log->from(sourceFile);
+    ClientBench bench;
+    bench.hold();
+    bench.add(some);
+    bench.add(some);
+    bench.call("removeReply", nullptr);
+    QCOMPARE(bench.log.originFault(sourceFile), QString());
+    const QList<LogEntry> entries = bench.log.from(sourceFile);
     QCOMPARE(entries.size(), 2);
     QCOMPARE(entries.first().function, QByteArray("void TarvisNet::addRequest(const ReplyData&)"));
     QCOMPARE(entries.last().function, QByteArray("void TarvisNet::removeReply(QNetworkReply*)"));

@@ -1,141 +1,111 @@
-#include "answers.h"
+#include "clientbench.h"
 #include "fakereply.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
 
-#include <tarvisnet/tarvisnet.h>
-
-#include <QtCore/QPointer>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QTest>
 
-using namespace queueaccess;
-
+/// Aborting one reply, and all of them.
 class tst_TarvisNetClear : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void killsReply();
     void killsActiveReply();
-    void killsNothing();
 
     void clearsReplies();
     void clearsWithoutStarting();
     void clearsRedirectedReply();
-
-private:
-    QScopedPointer<LogCapture> m_log;
-    QScopedPointer<ScriptedServer> m_server;
-    QScopedPointer<TarvisNet> m_client;
 };
 
-void tst_TarvisNetClear::init()
-{
-    m_log.reset(new LogCapture);
-    m_server.reset(new ScriptedServer);
-    m_server->onRequest(answers::withhold());
-    m_client.reset(new TarvisNet);
-}
+namespace {
 
-void tst_TarvisNetClear::cleanup()
-{
-    m_client.reset();
-    m_server.reset();
-    m_log.reset();
-}
+/// The place is free before the receivers know.
+const QStringList freedAndAborted = {"s_repliesCountChanged", "s_aborted"};
+
+} // namespace
 
 void tst_TarvisNetClear::killsReply()
 {
+    const WaitingBench bench;
     FakeReply reply(QUrl("http://127.0.0.1:9/a%20b?c=d"));
-    SignalRecorder replyRecorder(&reply, {"finished"});
-    SignalRecorder recorder(m_client.data());
-    call(*m_client, "killReply", Q_ARG(QNetworkReply *, &reply));
+    const SignalRecorder replyRecorder(&reply, {"finished"});
+    bench.call("killReply", nullptr);
+    QCOMPARE(bench.recorder.names(), QStringList());
+    bench.call("killReply", &reply);
     QCOMPARE(reply.abortCalls(), 1);
-    QCOMPARE(recorder.names(), QStringList("s_aborted"));
-    QCOMPARE(recorder.last("s_aborted"), QVariantList({reply.url().toString()}));
-    QVERIFY(replyRecorder.calls().value(0).order < recorder.calls().value(0).order);
+    QCOMPARE(bench.recorder.names(), QStringList("s_aborted"));
+    QCOMPARE(bench.abortedUrls(), QStringList(reply.url().toString()));
+    QVERIFY(replyRecorder.calls().value(0).order < bench.recorder.calls().value(0).order);
 }
 
 void tst_TarvisNetClear::killsActiveReply()
 {
-    m_client->rawGet(m_server->url("/file"));
-    SignalRecorder recorder(m_client.data());
-    call(*m_client, "killReply", Q_ARG(QNetworkReply *, running(*m_client).first()));
-    QCOMPARE(recorder.names(), freedAndAborted);
-    QCOMPARE(abortedUrls(recorder), urlTexts(*m_server, {"/file"}));
-    QCOMPARE(runningPaths(*m_client), QStringList());
-}
-
-void tst_TarvisNetClear::killsNothing()
-{
-    SignalRecorder recorder(m_client.data());
-    call(*m_client, "killReply", Q_ARG(QNetworkReply *, nullptr));
-    QCOMPARE(recorder.names(), QStringList());
+    WaitingBench bench;
+    bench.get({"/file"});
+    bench.forget();
+    bench.call("killReply", bench.running().first());
+    QCOMPARE(bench.recorder.names(), freedAndAborted);
+    QCOMPARE(bench.abortedUrls(), bench.urls({"/file"}));
+    QCOMPARE(bench.runningPaths(), QStringList());
 }
 
 void tst_TarvisNetClear::clearsReplies()
 {
-    for (const char *path : {"/1", "/2", "/3"})
-        m_client->rawGet(m_server->url(path));
-    QStringList inTableOrder;
-    for (const QNetworkReply *reply : running(*m_client))
-        inTableOrder.append(reply->url().toString());
+    WaitingBench bench;
+    bench.get({"/1", "/2", "/3"});
+    const QStringList inTableOrder = bench.runningUrls();
 
-    SignalRecorder recorder(m_client.data());
-    call(*m_client, "clearReplies");
-    QCOMPARE(abortedUrls(recorder), inTableOrder);
-    QCOMPARE(recorder.names(), freedAndAborted + freedAndAborted + freedAndAborted);
-    QCOMPARE(runningPaths(*m_client), QStringList());
+    bench.forget();
+    bench.call("clearReplies");
+    QCOMPARE(bench.abortedUrls(), inTableOrder);
+    QCOMPARE(bench.recorder.names(), freedAndAborted + freedAndAborted + freedAndAborted);
+    QCOMPARE(bench.runningPaths(), QStringList());
 
-    call(*m_client, "clearReplies");
-    QCOMPARE(recorder.count("s_aborted"), 3);
+    bench.call("clearReplies");
+    QCOMPARE(bench.recorder.count("s_aborted"), 3);
 }
 
 void tst_TarvisNetClear::clearsWithoutStarting()
 {
-    m_client->setParallelRequestsCount(2);
-    for (const char *path : {"/1", "/2", "/3", "/4"})
-        m_client->rawGet(m_server->url(path));
+    WaitingBench bench;
+    bench.client->setParallelRequestsCount(2);
+    bench.get({"/1", "/2", "/3", "/4"});
     QStringList started;
-    QObject receiver;
-    connect(m_client.data(), &TarvisNet::s_aborted, &receiver, [this, &started] {
-        Q_EMIT m_client->s_repliesCountChanged();
-        started += runningPaths(*m_client).filter(QRegularExpression("[34]"));
+    connect(bench.client, &TarvisNet::s_aborted, this, [&bench, &started] {
+        Q_EMIT bench.client->s_repliesCountChanged();
+        started += bench.runningPaths().filter(QRegularExpression("[34]"));
     });
-    call(*m_client, "clearReplies");
+    bench.call("clearReplies");
     QCOMPARE(started, QStringList());
-    QCOMPARE(runningPaths(*m_client), QStringList());
+    QCOMPARE(bench.runningPaths(), QStringList());
 
-    Q_EMIT m_client->s_repliesCountChanged();
-    QCOMPARE(runningPaths(*m_client), QStringList("/3"));
-    Q_EMIT m_client->s_repliesCountChanged();
-    QCOMPARE(runningPaths(*m_client), QStringList({"/3", "/4"}));
+    Q_EMIT bench.client->s_repliesCountChanged();
+    QCOMPARE(bench.runningPaths(), QStringList("/3"));
+    Q_EMIT bench.client->s_repliesCountChanged();
+    QCOMPARE(bench.runningPaths(), QStringList({"/3", "/4"}));
+    disconnect(bench.client, &TarvisNet::s_aborted, this, nullptr);
 }
 
 // A redirected reply is finished and still in the table: nothing but clearing takes it out.
 void tst_TarvisNetClear::clearsRedirectedReply()
 {
-    m_server->on("/old", answers::redirect(302, m_server->url("/new").toEncoded()));
-    m_client->rawGet(m_server->url("/old"));
-    const QPointer<QNetworkReply> redirected = running(*m_client).first();
-    QVERIFY(m_server->waitForRequests(2));
+    WaitingBench bench;
+    bench.server.on("/old", answers::redirect(302, bench.server.url("/new").toEncoded()));
+    bench.get({"/old"});
+    const QPointer<QNetworkReply> redirected = bench.running().first();
+    QVERIFY(bench.server.waitForRequests(2));
 
-    SignalRecorder recorder(m_client.data());
-    call(*m_client, "clearReplies");
-    QStringList aborted = abortedUrls(recorder);
+    bench.forget();
+    bench.call("clearReplies");
+    QStringList aborted = bench.abortedUrls();
     aborted.sort();
-    QCOMPARE(aborted, urlTexts(*m_server, {"/new", "/old"}));
-    QCOMPARE(recorder.count("s_repliesCountChanged"), 1);
+    QCOMPARE(aborted, bench.urls({"/new", "/old"}));
+    QCOMPARE(bench.recorder.count("s_repliesCountChanged"), 1);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY2(redirected, "cleared replies are not deleted");
 
-    call(*m_client, "removeReply", Q_ARG(QNetworkReply *, redirected.data()));
-    QVERIFY(m_log->contains(QtWarningMsg, "Reply is removed erlier"));
+    bench.call("removeReply", redirected);
+    QVERIFY(bench.log.contains(QtWarningMsg, "Reply is removed erlier"));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetClear)

@@ -1,122 +1,21 @@
-#include "answers.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
+#include "clientbench.h"
+#include "properties.h"
 
-#include <tarvisnet/tarvisnet.h>
-
-#include <QtCore/QMetaMethod>
 #include <QtCore/QPointer>
 #include <QtNetwork/QNetworkCookie>
 #include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
 
-#include <functional>
 #include <limits>
-#include <type_traits>
 
-namespace {
+using properties::Property;
 
-const QUuid someId("{12345678-1234-4234-8234-123456789abc}");
-
-/// A value of the configuration with its way in and out.
-struct Property {
-    QString name;
-    QString changed;
-    std::function<QVariant(const TarvisNet &)> get;
-    std::function<void(TarvisNet &, const QVariant &)> set;
-    QVariant initial;
-    QVariant first;
-    QVariant second;
-    bool alwaysEmits = false;
-};
-
-template <typename Got, typename Taken>
-Property property(const char *name, const char *changed, Got (TarvisNet::*get)() const,
-                  void (TarvisNet::*set)(Taken), const QVariant &initial, const QVariant &first,
-                  const QVariant &second)
-{
-    return {name,
-            changed,
-            [get](const TarvisNet &client) { return QVariant::fromValue((client.*get)()); },
-            [set](TarvisNet &client, const QVariant &value) {
-                (client.*set)(value.value<std::decay_t<Taken>>());
-            },
-            initial,
-            first,
-            second};
-}
-
-Property text(const char *name, const char *changed, QString (TarvisNet::*get)() const,
-              void (TarvisNet::*set)(const QString &))
-{
-    return property(name, changed, get, set, QString(), "first text", "second text");
-}
-
-Property flag(const char *name, const char *changed, bool (TarvisNet::*get)() const,
-              void (TarvisNet::*set)(bool))
-{
-    return property(name, changed, get, set, false, true, false);
-}
-
-QList<Property> properties()
-{
-    using T = TarvisNet;
-    Property installerFileName = text("installer file name", "s_installerFileNameChanged",
-                                      &T::getInstallerFileName, &T::setInstallerFileName);
-    installerFileName.alwaysEmits = true;
-    Property directInstallerUrl =
-        text("direct installer URL", "", &T::getDirectInstallerUrl, &T::setDirectInstallerUrl);
-    return {
-        text("server host", "s_serverHostChanged", &T::getServerHost, &T::setServerHost),
-        text("server port", "s_serverPortChanged", &T::getServerPort, &T::setServerPort),
-        text("user name", "s_userNameChanged", &T::getUserName, &T::setUserName),
-        text("user password", "s_userPasswordChanged", &T::getUserPassword, &T::setUserPassword),
-        text("user URL", "s_urlChanged", &T::getUrl, &T::setUrl),
-        directInstallerUrl,
-        text("definition path", "s_definitionPathChanged", &T::getDefinitionPath,
-             &T::setDefinitionPath),
-        text("index path", "s_indexPathChaged", &T::getIndexPath, &T::setIndexPath),
-        text("installer path", "s_installerPathChanged", &T::getInstallerPath,
-             &T::setInstallerPath),
-        text("installer check sum path", "s_installerCheckSumPathChanged",
-             &T::getInstallerCheckSumPath, &T::setInstallerCheckSumPath),
-        text("installer change log path", "s_installerChangeLogPathChanged",
-             &T::getInstallerChangeLogPath, &T::setInstallerChangeLogPath),
-        text("version", "s_vtxVersionChanged", &T::getVtxVersion, &T::setVtxVersion),
-        text("name", "s_vtxNameChanged", &T::getVtxName, &T::setVtxName),
-        text("id as text", "s_vtxIdChanged", &T::getVtxIdText, &T::setVtxIdByText),
-        property("id", "s_vtxIdChanged", &T::getVtxId, &T::setVtxId, QUuid(), someId,
-                 QUuid("{00000000-0000-4000-8000-000000000001}")),
-        installerFileName,
-        property("installer file size", "s_installerFileSizeChanged", &T::getInstallerFileSize,
-                 &T::setInstallerFileSize, quint64(0), quint64(1), ~quint64(0)),
-        text("output directory", "s_outputDirChanged", &T::getOutputDirectory,
-             &T::setOutputDirectory),
-        text("temporary directory", "s_temporaryDirChange", &T::getTemporaryDirectory,
-             &T::setTemporaryDirectory),
-        property("parallel requests", "s_parallelRequestCountChanged", &T::getParallelRequestsCount,
-                 &T::setParallelRequestsCount, 5, 1, 3),
-        flag("ping always on", "s_pingAlwaysOnChanged", &T::isPingAlwaysOn, &T::setPingAlwaysOn),
-        flag("stop process", "s_stopProcessChanged", &T::isStopProcess, &T::setStopProcess),
-        property("ping time-out", "", &T::getPingTimeout, &T::setPingTimeout, 10000, 1, 60000),
-    };
-}
-
-} // namespace
-
-Q_DECLARE_METATYPE(Property)
-
+/// The settings, and the cookie jar.
 class tst_TarvisNetConfig : public QObject {
     Q_OBJECT
 
-public Q_SLOTS:
-    /// Stands for a receiver that reads the new value.
-    void readBack() { m_readBack.append(m_property.get(*m_client)); }
-
 private Q_SLOTS:
-    void init();
+    void init() { m_log.reset(new LogCapture); }
     void cleanup() { m_log.reset(); }
 
     void stores_data();
@@ -127,32 +26,21 @@ private Q_SLOTS:
     void storesBeforeEmitting();
     void clampsParallelRequests_data();
     void clampsParallelRequests();
-    void asksForTooManyAgain();
 
-    void ignoresNullCookieJar();
     void takesCookieJar();
-    void ignoresCurrentCookieJar();
+    void ignoresNullAndCurrentCookieJar();
     void keepsReplacedCookieJar();
     void usesCookieJar();
 
 private:
     QScopedPointer<LogCapture> m_log;
-    TarvisNet *m_client = nullptr;
-    Property m_property;
-    QVariantList m_readBack;
 };
-
-void tst_TarvisNetConfig::init()
-{
-    m_log.reset(new LogCapture);
-    m_readBack.clear();
-}
 
 void tst_TarvisNetConfig::stores_data()
 {
     QTest::addColumn<Property>("property");
-    for (const Property &property : properties())
-        QTest::newRow(qPrintable(property.name)) << property;
+    for (const Property &property : properties::all())
+        QTest::newRow(property.name) << property;
 }
 
 void tst_TarvisNetConfig::stores()
@@ -160,8 +48,7 @@ void tst_TarvisNetConfig::stores()
     QFETCH(const Property, property);
     TarvisNet client;
     SignalRecorder recorder(&client);
-    const QStringList once =
-        property.changed.isEmpty() ? QStringList() : QStringList(property.changed);
+    const QStringList once = property.changed ? QStringList(property.signal()) : QStringList();
 
     QCOMPARE(property.get(client), property.initial);
     const QVariantList changes = {property.first, property.second, property.initial};
@@ -186,12 +73,12 @@ void tst_TarvisNetConfig::leavesOthersAlone()
     QFETCH(const Property, property);
     TarvisNet client;
     property.set(client, property.first);
-    for (const Property &other : properties()) {
+    for (const Property &other : properties::all()) {
         // The id is one value with two ways to it.
-        const bool isSame = other.name == property.name
-            || (!other.changed.isEmpty() && other.changed == property.changed);
+        const bool isSame =
+            other.name == property.name || (other.changed && other.changed == property.changed);
         if (!isSame)
-            QVERIFY2(other.get(client) == other.initial, qPrintable(other.name));
+            QVERIFY2(other.get(client) == other.initial, other.name);
     }
 }
 
@@ -199,18 +86,12 @@ void tst_TarvisNetConfig::storesBeforeEmitting()
 {
     QFETCH(const Property, property);
     TarvisNet client;
-    m_client = &client;
-    m_property = property;
-    if (!property.changed.isEmpty()) {
-        const QMetaObject *meta = client.metaObject();
-        const int signal = meta->indexOfSignal(qPrintable(property.changed + "()"));
-        QVERIFY2(signal >= 0, qPrintable(property.changed));
-        connect(&client, meta->method(signal), this,
-                metaObject()->method(metaObject()->indexOfSlot("readBack()")));
-    }
+    QVariantList readBack;
+    const auto read = [&] { readBack.append(property.get(client)); };
+    if (property.changed)
+        connect(&client, property.changed, this, read);
     property.set(client, property.first);
-    QCOMPARE(m_readBack,
-             property.changed.isEmpty() ? QVariantList() : QVariantList{property.first});
+    QCOMPARE(readBack, property.changed ? QVariantList{property.first} : QVariantList());
 }
 
 void tst_TarvisNetConfig::clampsParallelRequests_data()
@@ -244,30 +125,11 @@ void tst_TarvisNetConfig::clampsParallelRequests()
     QTEST(recorder.count("s_parallelRequestCountChanged"), "emissions");
 }
 
-void tst_TarvisNetConfig::asksForTooManyAgain()
-{
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    client.setParallelRequestsCount(7);
-    client.setParallelRequestsCount(7);
-    QCOMPARE(client.getParallelRequestsCount(), 5);
-    QCOMPARE(recorder.count("s_parallelRequestCountChanged"), 2);
-}
-
-void tst_TarvisNetConfig::ignoresNullCookieJar()
-{
-    TarvisNet client;
-    QNetworkCookieJar *const before = client.getCoockies();
-    QVERIFY(before);
-    client.setCookies(nullptr);
-    QCOMPARE(client.getCoockies(), before);
-}
-
 void tst_TarvisNetConfig::takesCookieJar()
 {
     QScopedPointer<TarvisNet> client(new TarvisNet);
     SignalRecorder recorder(client.data());
-    QNetworkAccessManager *const manager = queueaccess::manager(*client);
+    QNetworkAccessManager *const manager = clientaccess::managerOf(*client);
     const QPointer<QNetworkCookieJar> jar = new QNetworkCookieJar;
     client->setCookies(jar);
     QCOMPARE(client->getCoockies(), jar.data());
@@ -280,13 +142,17 @@ void tst_TarvisNetConfig::takesCookieJar()
     delete jar;
 }
 
-void tst_TarvisNetConfig::ignoresCurrentCookieJar()
+void tst_TarvisNetConfig::ignoresNullAndCurrentCookieJar()
 {
     TarvisNet client;
-    QNetworkAccessManager *const manager = queueaccess::manager(client);
+    QNetworkAccessManager *const manager = clientaccess::managerOf(client);
     QVERIFY(manager);
-    client.setCookies(client.getCoockies());
-    QCOMPARE(client.getCoockies()->parent(), manager);
+    QNetworkCookieJar *const before = client.getCoockies();
+    for (QNetworkCookieJar *jar : {before, static_cast<QNetworkCookieJar *>(nullptr)}) {
+        client.setCookies(jar);
+        QCOMPARE(client.getCoockies(), before);
+        QCOMPARE(before->parent(), manager);
+    }
 }
 
 void tst_TarvisNetConfig::keepsReplacedCookieJar()
@@ -304,19 +170,18 @@ void tst_TarvisNetConfig::keepsReplacedCookieJar()
 
 void tst_TarvisNetConfig::usesCookieJar()
 {
-    ScriptedServer server;
-    server.onRequest(answers::bytes("{}", 200, {{"Set-Cookie", "crumb=1; Path=/"}}));
     QNetworkCookieJar jar;
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    client.setCookies(&jar);
+    ClientBench bench;
+    ScriptedServer &server = bench.server;
+    server.onRequest(answers::bytes("{}", 200, {{"Set-Cookie", "crumb=1; Path=/"}}));
+    bench.client->setCookies(&jar);
 
-    client.rawGet(server.url("/first"));
-    QVERIFY(recorder.waitFor("s_rawGet"));
+    bench.get({"/first"});
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
     QCOMPARE(jar.cookiesForUrl(server.url()).value(0).toRawForm(QNetworkCookie::NameAndValueOnly),
              QByteArray("crumb=1"));
-    client.rawGet(server.url("/second"));
-    QVERIFY(recorder.waitFor("s_rawGet", 2));
+    bench.get({"/second"});
+    QVERIFY(bench.recorder.waitFor("s_rawGet", 2));
     QCOMPARE(server.requests("/first").value(0).header("cookie"), QByteArray());
     QCOMPARE(server.requests("/second").value(0).header("cookie"), QByteArray("crumb=1"));
 }

@@ -1,29 +1,15 @@
+#include "clientbench.h"
 #include "fakereply.h"
-#include "fetchbench.h"
 #include "files.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
 
+using namespace clientaccess;
+
 namespace {
 
-constexpr char sourceFile[] = "../../source/appl/tarvisnet";
-
-QString quoted(const QString &text)
-{
-    return '"' + text + '"';
-}
-
-FileData fileData(const QString &filePath, const QString &tempFilePath, quint64 size)
-{
-    FileData file;
-    file.filePath = filePath;
-    file.tempFilePath = tempFilePath;
-    file.size = size;
-    return file;
-}
+const QByteArray none;
 
 /// A directory with something in it stands for a file that nobody can delete, not even root.
 void makeUndeletable(const QString &path)
@@ -38,50 +24,44 @@ class tst_TarvisNetFiles : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
+    void init() { m_bench.reset(new ClientBench); }
     void cleanup();
 
     void removesTemporaryFile_data();
     void removesTemporaryFile();
     void derivesFromTheSystemDirectory();
-    void removeNothing();
-    void removeMissing_data();
-    void removeMissing();
-    void removeUndeletable_data();
-    void removeUndeletable();
 
     void renames_data();
     void renames();
     void renameRefusesSilently_data();
     void renameRefusesSilently();
-    void renameWithoutTemporaryFile();
-    void renameKeepsACompleteDestination();
-    void renameKeepsAnUndeletableTemporaryFile();
-    void renameDiscardsAnotherDestination_data();
-    void renameDiscardsAnotherDestination();
-    void renameLeavesAnUndeletableDestination();
+    void renameFindsUndeletableFiles_data();
+    void renameFindsUndeletableFiles();
     void renameFailsToCopy();
+    void logsItsOrigin();
 
+    void savesNothingOfAnUnknownReply_data();
     void savesNothingOfAnUnknownReply();
 
 private:
     QString path(const QString &name) const { return m_bench->path(name); }
     bool isKnown(const QString &name, const QByteArray &content) const;
+    /// What renaming logs first when there is a destination.
+    QString existsText() const
+    {
+        return line({"warning: Dest file allready exist", quoted(path("tool")),
+                     quoted(path("tool.vtxdownload"))});
+    }
 
-    QScopedPointer<FetchBench> m_bench;
+    QScopedPointer<ClientBench> m_bench;
 };
-
-void tst_TarvisNetFiles::init()
-{
-    m_bench.reset(new FetchBench);
-    m_bench->log.clear();
-}
 
 // None of this is anything that an application is told by a signal.
 void tst_TarvisNetFiles::cleanup()
 {
     QCOMPARE(m_bench->recorder.names(), QStringList());
-    if (!m_bench->log.entries().isEmpty())
+    QCOMPARE(m_bench->log.texts().size(), m_bench->messages().size());
+    if (!m_bench->messages().isEmpty())
         QCOMPARE(m_bench->log.originFault(sourceFile), QString());
     m_bench.reset();
 }
@@ -96,40 +76,56 @@ void tst_TarvisNetFiles::removesTemporaryFile_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("argument");
+    QTest::addColumn<bool>("isRemoved");
+    QTest::addColumn<QString>("message");
     // "@" is the temporary directory.
-    QTest::newRow("by destination") << "tool.zip.vtxdownload"
-                                    << "/data/pkg/tool.zip";
-    QTest::newRow("by bare name") << "tool.zip.vtxdownload"
-                                  << "tool.zip";
-    QTest::newRow("by temporary path") << "tool.zip.vtxdownload"
-                                       << "@/tool.zip.vtxdownload";
-    QTest::newRow("temporary path elsewhere") << "below/a.vtxdownload"
-                                              << "@/below/a.vtxdownload";
-    QTest::newRow("suffix only") << ".vtxdownload"
-                                 << "@/.vtxdownload";
-    QTest::newRow("suffix in capitals is a destination") << "tool.zip.VTXDOWNLOAD.vtxdownload"
-                                                         << "/x/tool.zip.VTXDOWNLOAD";
-    QTest::newRow("suffix within the name is a destination") << "a.vtxdownload.zip.vtxdownload"
-                                                             << "/x/a.vtxdownload.zip";
-    QTest::newRow("name without a dot is a destination") << "vtxdownload.vtxdownload"
-                                                         << "/x/vtxdownload";
-    QTest::newRow("longer suffix is a destination") << "a.xvtxdownload.vtxdownload"
-                                                    << "/x/a.xvtxdownload";
-    QTest::newRow("percent sign in the name") << "%1%2.vtxdownload"
-                                              << "/x/%1%2";
+    const auto removed = [](const char *name, const char *file, const char *argument) {
+        QTest::newRow(name) << QString(file) << QString(argument) << true << QString();
+    };
+    const auto kept = [](const char *name, const char *file, const char *argument,
+                         const QString &message) {
+        QTest::newRow(name) << QString(file) << QString(argument) << false << message;
+    };
+    removed("by destination", "@/tool.zip.vtxdownload", "/data/pkg/tool.zip");
+    removed("by bare name", "@/tool.zip.vtxdownload", "tool.zip");
+    removed("by temporary path", "@/tool.zip.vtxdownload", "@/tool.zip.vtxdownload");
+    removed("temporary path elsewhere", "@/below/a.vtxdownload", "@/below/a.vtxdownload");
+    removed("suffix only", "@/.vtxdownload", "@/.vtxdownload");
+    removed("suffix in capitals is a destination", "@/tool.zip.VTXDOWNLOAD.vtxdownload",
+            "/x/tool.zip.VTXDOWNLOAD");
+    removed("suffix within the name is a destination", "@/a.vtxdownload.zip.vtxdownload",
+            "/x/a.vtxdownload.zip");
+    removed("name without a dot is a destination", "@/vtxdownload.vtxdownload", "/x/vtxdownload");
+    removed("longer suffix is a destination", "@/a.xvtxdownload.vtxdownload", "/x/a.xvtxdownload");
+    removed("percent sign in the name", "@/%1%2.vtxdownload", "/x/%1%2");
+    // What an empty argument would be derived to.
+    kept("no argument", "@.vtxdownload", "", QString());
+    kept("missing destination", "@/a", "/x/tool", "debug: File: \"/x/tool\"  not exist");
+    kept("missing temporary file", "@/a", "/tool.vtxdownload",
+         "debug: File: \"/tool.vtxdownload\"  not exist");
+    const char *const failed = "warning: Unable to remove temporary download file";
+    kept("undeletable, by destination", "@/tool.vtxdownload/inside", "/data/tool", failed);
+    kept("undeletable, by temporary path", "@/tool.vtxdownload/inside", "@/tool.vtxdownload",
+         failed);
 }
 
 void tst_TarvisNetFiles::removesTemporaryFile()
 {
     QFETCH(QString, file);
     QFETCH(QString, argument);
+    QFETCH(const bool, isRemoved);
+    QFETCH(const QString, message);
 
-    files::write(path(file), "some");
-    files::write(path("other.vtxdownload"), "other");
-    QVERIFY(m_bench->client.removeTemporaryFile(argument.replace('@', path(QString()))));
-    QVERIFY(!QFileInfo::exists(path(file)));
-    QVERIFY(isKnown("other.vtxdownload", "other"));
-    QCOMPARE(m_bench->log.texts(), QStringList());
+    m_bench->client->setTemporaryDirectory(path("temporary"));
+    m_bench->forget();
+    file.replace("@", path("temporary"));
+    files::write(file, "some");
+    files::write(path("temporary/other.vtxdownload"), "other");
+    QCOMPARE(m_bench->client->removeTemporaryFile(argument.replace("@", path("temporary"))),
+             isRemoved);
+    QCOMPARE(QFileInfo::exists(file), !isRemoved);
+    QVERIFY(isKnown("temporary/other.vtxdownload", "other"));
+    QCOMPARE(m_bench->messages(), message.isEmpty() ? QStringList() : QStringList(message));
 }
 
 void tst_TarvisNetFiles::derivesFromTheSystemDirectory()
@@ -137,243 +133,187 @@ void tst_TarvisNetFiles::derivesFromTheSystemDirectory()
     const QByteArray before = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(path("system")));
     files::write(path("system/tool.zip.vtxdownload"), "some");
-    m_bench->client.setTemporaryDirectory(QString());
-    m_bench->recorder.clear();
-    const bool removed = m_bench->client.removeTemporaryFile("/data/pkg/tool.zip");
+    m_bench->client->setTemporaryDirectory(QString());
+    m_bench->forget();
+    const bool removed = m_bench->client->removeTemporaryFile("/data/pkg/tool.zip");
     if (before.isNull())
         qunsetenv("TMPDIR");
     else
         qputenv("TMPDIR", before);
     QVERIFY(removed);
-    QVERIFY(!QFileInfo::exists(path("system/tool.zip.vtxdownload")));
-}
-
-void tst_TarvisNetFiles::removeNothing()
-{
-    // What an empty argument would be derived to.
-    m_bench->client.setTemporaryDirectory(path("below"));
-    m_bench->recorder.clear();
-    files::write(path("below.vtxdownload"), "some");
-    QVERIFY(!m_bench->client.removeTemporaryFile(QString()));
-    QVERIFY(isKnown("below.vtxdownload", "some"));
-    QCOMPARE(m_bench->log.texts(), QStringList());
-}
-
-void tst_TarvisNetFiles::removeMissing_data()
-{
-    QTest::addColumn<QString>("argument");
-    QTest::newRow("destination") << "/data/pkg/tool.zip";
-    QTest::newRow("temporary path") << "/data/pkg/tool.zip.vtxdownload";
-}
-
-void tst_TarvisNetFiles::removeMissing()
-{
-    QFETCH(QString, argument);
-    QVERIFY(!m_bench->client.removeTemporaryFile(argument));
-    const QStringList lines{"File: " + quoted(argument) + "  not exist"};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtDebugMsg), lines);
-    QCOMPARE(m_bench->log.entries().first().function,
-             QByteArray("bool TarvisNet::removeTemporaryFile(QString)"));
-}
-
-void tst_TarvisNetFiles::removeUndeletable_data()
-{
-    QTest::addColumn<bool>("byDestination");
-    QTest::newRow("destination") << true;
-    QTest::newRow("temporary path") << false;
-}
-
-void tst_TarvisNetFiles::removeUndeletable()
-{
-    QFETCH(bool, byDestination);
-    const QString temporary = path("tool.vtxdownload");
-    makeUndeletable(temporary);
-    QVERIFY(!m_bench->client.removeTemporaryFile(byDestination ? "/data/tool" : temporary));
-    const QStringList lines{"Unable to remove temporary download file"};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
-    QVERIFY(isKnown("tool.vtxdownload/inside", "content"));
+    QVERIFY(isKnown("system/tool.zip.vtxdownload", none));
 }
 
 void tst_TarvisNetFiles::renames_data()
 {
-    QTest::addColumn<QByteArray>("content");
+    // What there is before and after; null when there is no such file.
+    QTest::addColumn<QByteArray>("destination");
+    QTest::addColumn<QByteArray>("temporary");
     QTest::addColumn<quint64>("size");
-    QTest::newRow("complete") << QByteArray("content") << quint64(7);
-    QTest::newRow("short") << QByteArray("cont") << quint64(7);
-    QTest::newRow("too large") << QByteArray("content and more") << quint64(7);
-    QTest::newRow("empty") << QByteArray("") << quint64(7);
-    QTest::newRow("size unknown") << QByteArray("content") << quint64(0);
+    QTest::addColumn<bool>("isRenamed");
+    QTest::addColumn<QByteArray>("renamed");
+    QTest::addColumn<QString>("message");
+    const auto moved = [](const char *name, const QByteArray &temporary, quint64 size) {
+        QTest::newRow(name) << none << temporary << size << true << temporary << QString();
+    };
+    moved("complete", "content", 7);
+    moved("short", "cont", 7);
+    moved("too large", "content and more", 7);
+    moved("empty", "", 7);
+    moved("size unknown", "content", 0);
+    QTest::newRow("no temporary file") << QByteArray("content") << none << quint64(7) << false
+                                       << QByteArray("content") << "warning: Temp file not exist";
+    QTest::newRow("destination of the size")
+        << QByteArray("present") << QByteArray("content") << quint64(7) << true
+        << QByteArray("present") << "debug: File already loaded. Remove temporary.";
+    const auto discarded = [](const char *name, const QByteArray &destination, quint64 size) {
+        QTest::addRow("destination, %s", name)
+            << destination << QByteArray("content") << size << false << none << QString();
+    };
+    discarded("smaller", "old", 7);
+    discarded("larger", "much older", 7);
+    discarded("empty", "", 7);
+    discarded("size unknown", "content", 0);
+    discarded("of the temporary file's size", "present", 8);
 }
 
 void tst_TarvisNetFiles::renames()
 {
-    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, destination);
+    QFETCH(QByteArray, temporary);
     QFETCH(quint64, size);
-    files::write(path("tool.vtxdownload"), content);
-    QVERIFY(m_bench->client.renameTemporaryFile(
-        fileData(path("tool"), path("tool.vtxdownload"), size)));
-    QVERIFY(isKnown("tool", content));
-    QVERIFY(isKnown("tool.vtxdownload", QByteArray()));
-    QCOMPARE(m_bench->log.texts(), QStringList());
+    QFETCH(bool, isRenamed);
+    QFETCH(QByteArray, renamed);
+    QFETCH(QString, message);
+
+    if (!destination.isNull())
+        files::write(path("tool"), destination);
+    if (!temporary.isNull())
+        files::write(path("tool.vtxdownload"), temporary);
+    QCOMPARE(m_bench->client->renameTemporaryFile(m_bench->file("tool", size)), isRenamed);
+    QVERIFY(isKnown("tool", renamed));
+    QVERIFY(isKnown("tool.vtxdownload", none));
+    QStringList messages;
+    if (!destination.isNull() && !temporary.isNull())
+        messages.append(existsText());
+    if (!message.isEmpty())
+        messages.append(message);
+    QCOMPARE(m_bench->messages(), messages);
 }
 
 void tst_TarvisNetFiles::renameRefusesSilently_data()
 {
     QTest::addColumn<QString>("destination");
     QTest::addColumn<QString>("temporary");
-    QTest::newRow("no destination") << ""
-                                    << "tool.vtxdownload";
-    QTest::newRow("no temporary path") << "tool"
-                                       << "";
-    QTest::newRow("neither") << ""
-                             << "";
-    QTest::newRow("another suffix") << "tool"
-                                    << "tool.part";
-    QTest::newRow("suffix in capitals") << "tool"
-                                        << "tool.VTXDOWNLOAD";
-    QTest::newRow("suffix before another") << "tool"
-                                           << "tool.vtxdownload.1";
-    QTest::newRow("no suffix") << "tool"
-                               << "vtxdownload";
+    const auto row = [](const char *name, const char *destination, const char *temporary) {
+        QTest::newRow(name) << QString(destination) << QString(temporary);
+    };
+    row("no destination", "", "tool.vtxdownload");
+    row("no temporary path", "tool", "");
+    row("neither", "", "");
+    row("another suffix", "tool", "tool.part");
+    row("suffix in capitals", "tool", "tool.VTXDOWNLOAD");
+    row("suffix before another", "tool", "tool.vtxdownload.1");
+    row("no suffix", "tool", "vtxdownload");
 }
 
 void tst_TarvisNetFiles::renameRefusesSilently()
 {
     QFETCH(QString, destination);
     QFETCH(QString, temporary);
-    const auto full = [this](const QString &name) {
-        return name.isEmpty() ? QString() : path(name);
-    };
-    if (!temporary.isEmpty())
-        files::write(path(temporary), "content");
-    QVERIFY(!m_bench->client.renameTemporaryFile(fileData(full(destination), full(temporary), 7)));
+    FileData file;
+    file.size = 7;
+    if (!destination.isEmpty())
+        file.filePath = path(destination);
+    if (!temporary.isEmpty()) {
+        file.tempFilePath = path(temporary);
+        files::write(file.tempFilePath, "content");
+    }
+    QVERIFY(!m_bench->client->renameTemporaryFile(file));
     QVERIFY(temporary.isEmpty() || isKnown(temporary, "content"));
-    QVERIFY(isKnown("tool", QByteArray()));
-    QCOMPARE(m_bench->log.texts(), QStringList());
+    QVERIFY(isKnown("tool", none));
+    QCOMPARE(m_bench->messages(), QStringList());
 }
 
-void tst_TarvisNetFiles::renameWithoutTemporaryFile()
+void tst_TarvisNetFiles::renameFindsUndeletableFiles_data()
 {
-    files::write(path("tool"), "content");
-    QVERIFY(
-        !m_bench->client.renameTemporaryFile(fileData(path("tool"), path("tool.vtxdownload"), 7)));
-    QVERIFY(isKnown("tool", "content"));
-    QCOMPARE(m_bench->log.texts(), QStringList{"Temp file not exist"});
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), QStringList{"Temp file not exist"});
-    QCOMPARE(m_bench->log.entries().first().function,
-             QByteArray("bool TarvisNet::renameTemporaryFile(FileData)"));
+    QTest::addColumn<QString>("undeletable");
+    QTest::addColumn<QString>("other");
+    QTest::addColumn<QByteArray>("left");
+    QTest::addColumn<QStringList>("messages");
+    // The result of removing it does not count.
+    QTest::newRow("temporary file")
+        << "tool.vtxdownload"
+        << "tool" << QByteArray("present")
+        << QStringList({"debug: File already loaded. Remove temporary.",
+                        "warning: Unable to remove temporary download file"});
+    QTest::newRow("destination") << "tool"
+                                 << "tool.vtxdownload" << none
+                                 << QStringList("warning: Unable to remove destination file");
 }
 
-void tst_TarvisNetFiles::renameKeepsACompleteDestination()
+void tst_TarvisNetFiles::renameFindsUndeletableFiles()
 {
-    files::write(path("tool"), "present");
-    files::write(path("tool.vtxdownload"), "content");
-    QVERIFY(
-        m_bench->client.renameTemporaryFile(fileData(path("tool"), path("tool.vtxdownload"), 7)));
-    QVERIFY(isKnown("tool", "present"));
-    QVERIFY(isKnown("tool.vtxdownload", QByteArray()));
-
-    const QString exists =
-        "Dest file allready exist " + quoted(path("tool")) + ' ' + quoted(path("tool.vtxdownload"));
-    const QString loaded = "File already loaded. Remove temporary.";
-    QCOMPARE(m_bench->log.texts(), (QStringList{exists, loaded}));
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), QStringList{exists});
-    QCOMPARE(m_bench->log.texts(QtDebugMsg), QStringList{loaded});
-}
-
-// The result of removing it does not count.
-void tst_TarvisNetFiles::renameKeepsAnUndeletableTemporaryFile()
-{
-    files::write(path("tool"), "present");
-    makeUndeletable(path("tool.vtxdownload"));
-    QVERIFY(
-        m_bench->client.renameTemporaryFile(fileData(path("tool"), path("tool.vtxdownload"), 7)));
-    QVERIFY(isKnown("tool", "present"));
-    QCOMPARE(m_bench->log.texts(QtWarningMsg).last(),
-             QString("Unable to remove temporary download file"));
-}
-
-void tst_TarvisNetFiles::renameDiscardsAnotherDestination_data()
-{
-    QTest::addColumn<QByteArray>("present");
-    QTest::addColumn<quint64>("size");
-    QTest::newRow("smaller") << QByteArray("old") << quint64(7);
-    QTest::newRow("larger") << QByteArray("much older") << quint64(7);
-    QTest::newRow("empty") << QByteArray("") << quint64(7);
-    QTest::newRow("size unknown") << QByteArray("content") << quint64(0);
-    QTest::newRow("of the temporary file's size") << QByteArray("present") << quint64(8);
-}
-
-void tst_TarvisNetFiles::renameDiscardsAnotherDestination()
-{
-    QFETCH(QByteArray, present);
-    QFETCH(quint64, size);
-    files::write(path("tool"), present);
-    files::write(path("tool.vtxdownload"), "content");
-    QVERIFY(!m_bench->client.renameTemporaryFile(
-        fileData(path("tool"), path("tool.vtxdownload"), size)));
-    QVERIFY(isKnown("tool", QByteArray()));
-    QVERIFY(isKnown("tool.vtxdownload", QByteArray()));
-    const QStringList lines{"Dest file allready exist " + quoted(path("tool")) + ' '
-                            + quoted(path("tool.vtxdownload"))};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
-}
-
-void tst_TarvisNetFiles::renameLeavesAnUndeletableDestination()
-{
-    makeUndeletable(path("tool"));
-    files::write(path("tool.vtxdownload"), "content");
-    QVERIFY(
-        !m_bench->client.renameTemporaryFile(fileData(path("tool"), path("tool.vtxdownload"), 7)));
-    QVERIFY(isKnown("tool/inside", "content"));
-    QVERIFY(isKnown("tool.vtxdownload", QByteArray()));
-    const QStringList lines{"Dest file allready exist " + quoted(path("tool")) + ' '
-                                + quoted(path("tool.vtxdownload")),
-                            "Unable to remove destination file"};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
+    QFETCH(QString, undeletable);
+    QFETCH(QString, other);
+    QFETCH(QByteArray, left);
+    QFETCH(QStringList, messages);
+    makeUndeletable(path(undeletable));
+    files::write(path(other), "present");
+    QCOMPARE(m_bench->client->renameTemporaryFile(m_bench->file("tool", 7)), !left.isNull());
+    QVERIFY(isKnown(undeletable + "/inside", "content"));
+    QVERIFY(isKnown(other, left));
+    QCOMPARE(m_bench->messages(), QStringList(existsText()) + messages);
 }
 
 void tst_TarvisNetFiles::renameFailsToCopy()
 {
-    const QString destination = path("missing/tool");
-    files::write(path("tool.vtxdownload"), "content");
-    QFile same(path("tool.vtxdownload"));
-    QVERIFY(!same.copy(destination));
+    FileData file = m_bench->file("tool", 7);
+    file.filePath = path("missing/tool");
+    files::write(file.tempFilePath, "content");
+    QFile same(file.tempFilePath);
+    QVERIFY(!same.copy(file.filePath));
     QCOMPARE(same.error(), QFileDevice::CopyError);
 
-    QVERIFY(
-        !m_bench->client.renameTemporaryFile(fileData(destination, path("tool.vtxdownload"), 7)));
+    QVERIFY(!m_bench->client->renameTemporaryFile(file));
     QVERIFY(isKnown("tool.vtxdownload", "content"));
-    QVERIFY(isKnown("missing", QByteArray()));
-    const QStringList lines{QStringLiteral("Error: %1  text: ").arg(int(same.error()))
-                            + quoted(same.errorString())};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
+    QVERIFY(isKnown("missing", none));
+    QCOMPARE(m_bench->messages(),
+             QStringList(QString("warning: Error: %1  text: ").arg(int(same.error()))
+                         + quoted(same.errorString())));
+}
+
+void tst_TarvisNetFiles::logsItsOrigin()
+{
+    m_bench->client->removeTemporaryFile("/missing/tool");
+    m_bench->client->renameTemporaryFile(m_bench->file("tool", 7));
+    m_bench->call("saveBinary", nullptr);
+    QByteArrayList functions;
+    for (const LogEntry &entry : m_bench->log.entries())
+        functions.append(entry.function);
+    QCOMPARE(functions,
+             QByteArrayList({"bool TarvisNet::removeTemporaryFile(QString)",
+                             "bool TarvisNet::renameTemporaryFile(FileData)",
+                             "void TarvisNet::saveBinary(QNetworkReply*)"}));
+}
+
+void tst_TarvisNetFiles::savesNothingOfAnUnknownReply_data()
+{
+    QTest::addColumn<bool>("isNull");
+    QTest::newRow("unknown reply") << false;
+    QTest::newRow("no reply") << true;
 }
 
 void tst_TarvisNetFiles::savesNothingOfAnUnknownReply()
 {
+    QFETCH(bool, isNull);
     FakeReply reply(QUrl("http://127.0.0.1/tool"));
     reply.setStatus(200);
     reply.appendBody("content");
-    QMetaObject::invokeMethod(&m_bench->client, "saveBinary", Qt::DirectConnection,
-                              Q_ARG(QNetworkReply *, &reply));
+    m_bench->call("saveBinary", isNull ? nullptr : &reply);
     QCOMPARE(reply.bytesAvailable(), qint64(7));
-    const QStringList lines{"<TarvisNet::saveBinary> Unrecognized reply!"};
-    QCOMPARE(m_bench->log.texts(), lines);
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
-    QCOMPARE(m_bench->log.entries().first().function,
-             QByteArray("void TarvisNet::saveBinary(QNetworkReply*)"));
-
-    // Nor of none at all.
-    m_bench->log.clear();
-    QMetaObject::invokeMethod(&m_bench->client, "saveBinary", Qt::DirectConnection,
-                              Q_ARG(QNetworkReply *, nullptr));
-    QCOMPARE(m_bench->log.texts(QtWarningMsg), lines);
+    QCOMPARE(m_bench->messages(),
+             QStringList("warning: <TarvisNet::saveBinary> Unrecognized reply!"));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetFiles)

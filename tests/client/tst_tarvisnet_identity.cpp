@@ -1,6 +1,4 @@
-#include "answers.h"
 #include "logcapture.h"
-#include "scriptedserver.h"
 #include "signalrecorder.h"
 
 #include <tarvisnet/tarvisnet.h>
@@ -54,7 +52,6 @@ private Q_SLOTS:
 
     void userAgent_data();
     void userAgent();
-    void sendsUserAgent();
 
 private:
     QScopedPointer<LogCapture> m_log;
@@ -166,21 +163,6 @@ void tst_TarvisNetIdentity::userAgent()
     client.setVtxVersion(application.version);
     client.setVtxIdByText(application.id);
     QTEST(client.getUserAgent(), "text");
-}
-
-void tst_TarvisNetIdentity::sendsUserAgent()
-{
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    client.setVtxName("Updater");
-    client.setVtxId(someId);
-    client.rawGet(server.url("/"));
-    QVERIFY(recorder.waitFor("s_rawGet"));
-    QCOMPARE(server.requests().value(0).header("user-agent"),
-             QByteArray("Updater/0.0.0 TarvisNet/1.15.0.14194 (cpu; product; kernel) "
-                        "vtxid/{12345678-1234-4234-8234-123456789abc}"));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetIdentity)

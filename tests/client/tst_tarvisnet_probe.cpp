@@ -1,45 +1,41 @@
-#include "answers.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
-
-#include <tarvisnet/tarvisnet.h>
+#include "clientbench.h"
+#include "operations.h"
 
 #include <QtTest/QTest>
 
-using namespace queueaccess;
+using namespace clientaccess;
 
 namespace {
 
+/// How a running download and its probe end.
+const QStringList timeoutSignals = {"s_repliesCountChanged", "s_stopPing", "s_aborted",
+                                    "s_errorChanged"};
+
 /// What the probe looks at; a time-out tells it.
-QString probedUrl(TarvisNet &client)
+QString probedUrl(const ClientBench &bench)
 {
-    SignalRecorder recorder(&client, {"s_errorChanged"});
-    call(client, "pingTimeout");
-    return recorder.last("s_errorChanged").value(1).toString();
+    bench.call("pingTimeout");
+    return bench.error().value(1).toString();
 }
 
 } // namespace
 
+/// When the client asks whether the server is still there, and what it does if not.
 class tst_TarvisNetProbe : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_log.reset(new LogCapture); }
-    void cleanup() { m_log.reset(); }
-
     void startsForKind_data();
     void startsForKind();
     void startsOnceWhileRunning();
     void startsAgainOnceStopped();
     void pointsAtServer_data();
     void pointsAtServer();
-    void pointsAtNextServer();
     void sendsPings();
 
-private:
-    QScopedPointer<LogCapture> m_log;
+    void timesOut_data();
+    void timesOut();
+    void silentServerTimesOut();
 };
 
 void tst_TarvisNetProbe::startsForKind_data()
@@ -47,51 +43,47 @@ void tst_TarvisNetProbe::startsForKind_data()
     QTest::addColumn<QString>("kind");
     QTest::addColumn<bool>("alwaysOn");
     QTest::addColumn<int>("starts");
-    const QStringList fileKinds = {"remoteInstaller", "remoteBinary"};
-    for (const char *kind :
-         {"remoteInstaller", "remoteBinary", "remoteDefinition", "remoteIndex",
-          "remoteInstallerChangeLog", "remoteInstallerCheckSum", "rawGet", "rawPost", "rawPatch",
-          "rawDelete", "rawGetFile", "rawPostFile", "redirectReply", "neverHeardOf"}) {
-        QTest::addRow("%s", kind) << kind << false << int(fileKinds.contains(kind));
-        QTest::addRow("%s, always on", kind) << kind << true << 1;
-    }
+    const auto rows = [](const QString &kind, bool isFile) {
+        QTest::addRow("%s", qPrintable(kind)) << kind << false << int(isFile);
+        QTest::addRow("%s, always on", qPrintable(kind)) << kind << true << 1;
+    };
+    for (const RequestKind &kind : requestkinds::all())
+        rows(kind.name, kind.isFile());
+    rows("redirectReply", false);
+    rows("neverHeardOf", false);
 }
 
 void tst_TarvisNetProbe::startsForKind()
 {
     QFETCH(const QString, kind);
     QFETCH(const bool, alwaysOn);
-    ScriptedServer server;
-    TarvisNet client;
-    client.setPingAlwaysOn(alwaysOn);
-    SignalRecorder recorder(&client, {"s_startPing", "s_stopPing", "s_errorChanged"});
-    add(client, record(kind, server.url("/there")));
+    ClientBench bench;
+    bench.client->setPingAlwaysOn(alwaysOn);
+    const SignalRecorder recorder(bench.client, {"s_startPing", "s_stopPing", "s_errorChanged"});
+    bench.add(record(kind, bench.server.url("/there")));
     QTEST(recorder.names().size(), "starts");
     QTEST(recorder.of("s_startPing").count({-1}), "starts");
 }
 
 void tst_TarvisNetProbe::startsOnceWhileRunning()
 {
-    ScriptedServer server;
-    ScriptedServer other;
-    TarvisNet client;
-    SignalRecorder recorder(&client, {"s_startPing"});
-    add(client, record(replies::remote_binary, server.url("/first")));
-    add(client, record(replies::remote_binary, other.url("/second")));
-    QCOMPARE(running(client).size(), 2);
-    QCOMPARE(recorder.count("s_startPing"), 1);
-    QCOMPARE(probedUrl(client), server.url("").toString());
+    ClientBench bench;
+    const ScriptedServer other;
+    bench.add(record(replies::remote_binary, bench.server.url("/first")));
+    bench.add(record(replies::remote_binary, other.url("/second")));
+    QCOMPARE(bench.running().size(), 2);
+    QCOMPARE(bench.recorder.count("s_startPing"), 1);
+    QCOMPARE(probedUrl(bench), bench.url(""));
 }
 
 void tst_TarvisNetProbe::startsAgainOnceStopped()
 {
-    ScriptedServer server;
-    TarvisNet client;
-    SignalRecorder recorder(&client, {"s_startPing"});
-    add(client, record(replies::remote_binary, server.url("/first")));
-    Q_EMIT client.s_stopPing();
-    add(client, record(replies::remote_installer, server.url("/second")));
-    QCOMPARE(recorder.count("s_startPing"), 2);
+    ClientBench bench;
+    bench.add(record(replies::remote_binary, QUrl("http://127.0.0.1:21000/file")));
+    Q_EMIT bench.client->s_stopPing();
+    bench.add(record(replies::remote_installer, QUrl("https://localhost/file")));
+    QCOMPARE(bench.recorder.count("s_startPing"), 2);
+    QCOMPARE(probedUrl(bench), "https://localhost");
 }
 
 void tst_TarvisNetProbe::pointsAtServer_data()
@@ -114,30 +106,61 @@ void tst_TarvisNetProbe::pointsAtServer_data()
 void tst_TarvisNetProbe::pointsAtServer()
 {
     QFETCH(const QUrl, url);
-    TarvisNet client;
-    add(client, record(replies::remote_binary, url));
-    QTEST(probedUrl(client), "probed");
-}
-
-void tst_TarvisNetProbe::pointsAtNextServer()
-{
-    TarvisNet client;
-    add(client, record(replies::remote_binary, QUrl("http://127.0.0.1:21000/file")));
-    Q_EMIT client.s_stopPing();
-    add(client, record(replies::remote_binary, QUrl("https://localhost/file")));
-    QCOMPARE(probedUrl(client), "https://localhost");
+    const ClientBench bench;
+    bench.add(record(replies::remote_binary, url));
+    QTEST(probedUrl(bench), "probed");
 }
 
 void tst_TarvisNetProbe::sendsPings()
 {
-    ScriptedServer server;
-    server.onRequest(answers::withhold());
-    TarvisNet client;
-    client.fetchBinary(server.url("/file"), "nowhere", 1000);
-    QVERIFY(server.waitForRequests(2));
-    QCOMPARE(server.requests().first().path(), QByteArray("/file"));
-    QCOMPARE(server.requests().last().target, QByteArray("/"));
-    QCOMPARE(server.requests().last().method, QByteArray("GET"));
+    WaitingBench bench;
+    bench.client->fetchBinary(bench.server.url("/file"), "nowhere", 1000);
+    QVERIFY(bench.server.waitForRequests(2));
+    QCOMPARE(bench.server.requests().first().path(), QByteArray("/file"));
+    QCOMPARE(bench.server.requests().last().target, QByteArray("/"));
+    QCOMPARE(bench.server.requests().last().method, QByteArray("GET"));
+}
+
+void tst_TarvisNetProbe::timesOut_data()
+{
+    QTest::addColumn<bool>("hasProbe");
+    QTest::addColumn<bool>("hasRequest");
+    QTest::addColumn<QStringList>("names");
+    QTest::newRow("without a probe") << false << false << QStringList("s_errorChanged");
+    QTest::newRow("with a probe") << true << false << QStringList({"s_stopPing", "s_errorChanged"});
+    QTest::newRow("beside a request") << true << true << timeoutSignals;
+}
+
+void tst_TarvisNetProbe::timesOut()
+{
+    QFETCH(const bool, hasProbe);
+    QFETCH(const bool, hasRequest);
+    WaitingBench bench;
+    bench.client->setPingAlwaysOn(true);
+    if (hasRequest)
+        bench.get({"/held"});
+    else if (hasProbe)
+        Q_EMIT bench.client->s_startPing(-1);
+    QVERIFY(bench.server.waitForRequests(hasRequest ? 1 : 0));
+
+    bench.forget();
+    bench.call("pingTimeout");
+    QTEST(bench.recorder.names(), "names");
+    QCOMPARE(bench.abortedUrls(), hasRequest ? bench.urls({"/held"}) : QStringList());
+    QCOMPARE(bench.error(), failure(-203, hasRequest ? bench.url("") : QString()));
+}
+
+void tst_TarvisNetProbe::silentServerTimesOut()
+{
+    WaitingBench bench;
+    // The probe looks once in every second.
+    bench.client->setPingTimeout(1);
+    bench.client->fetchBinary(bench.server.url("/held"), "nowhere", 1000);
+    bench.forget();
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
+    QCOMPARE(bench.recorder.names(), timeoutSignals);
+    QCOMPARE(bench.abortedUrls(), bench.urls({"/held"}));
+    QCOMPARE(bench.error(), failure(-203, bench.url("")));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetProbe)

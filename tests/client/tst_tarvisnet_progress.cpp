@@ -1,6 +1,5 @@
 #include "clientbench.h"
 #include "fakereply.h"
-#include "files.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtTest/QSignalSpy>
@@ -17,6 +16,7 @@ namespace {
 const char bytesProgress[] = "s_downloadFileBytesProgress";
 const char fileProgress[] = "s_downloadFileProgress";
 const char uploadProgress[] = "s_uploadFileProgress";
+const QUrl strangeUrl("http://127.0.0.1/unknown?a=1");
 
 QString uploadLine(qlonglong sent, qlonglong total)
 {
@@ -40,19 +40,16 @@ class tst_TarvisNetProgress : public QObject {
 private Q_SLOTS:
     void tellsDownloads_data();
     void tellsDownloads();
-    void tellsDownloadsOfUnknownReplies();
+    void tellsWithoutRecord_data();
+    void tellsWithoutRecord();
     void tellsDownloadsToASingleListener_data();
     void tellsDownloadsToASingleListener();
-    void tellsDownloadsWithoutSender();
     void tellsDownloadsOfAServer();
-    void tellsResumedDownloadsOfAServer();
     void tellsUploads_data();
     void tellsUploads();
-    void tellsUploadsWithoutSender();
     void tellsUploadsToAServer();
     void showsHeaders_data();
     void showsHeaders();
-    void showsNoHeadersOfNoReply();
 };
 
 void tst_TarvisNetProgress::tellsDownloads_data()
@@ -108,13 +105,12 @@ void tst_TarvisNetProgress::tellsDownloads()
     QFETCH(qlonglong, bytes);
     QFETCH(double, percentage);
 
-    ClientBench bench;
-    bench.server.on("/file", answers::withhold());
+    WaitingBench bench;
     FileData file;
     file.size = quint64(size);
     file.resumeOffset = loaded;
     const QUrl url = bench.server.url("/file?a=1");
-    QNetworkReply *reply = start(*bench.client, record("rawGet", url, file));
+    QNetworkReply *reply = bench.start(record("rawGet", url, file));
     bench.recorder.clear();
     Q_EMIT reply->downloadProgress(received, total);
 
@@ -129,24 +125,41 @@ void tst_TarvisNetProgress::tellsDownloads()
     QCOMPARE(bench.recorder.last(fileProgress).at(1).toString(), url.toString());
 }
 
-void tst_TarvisNetProgress::tellsDownloadsOfUnknownReplies()
+void tst_TarvisNetProgress::tellsWithoutRecord_data()
 {
-    ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/unknown"));
-    follow(*bench.client, reply);
-    Q_EMIT reply.downloadProgress(1, 4);
+    QTest::addColumn<bool>("hasSender");
+    QTest::addColumn<QString>("url");
+    QTest::newRow("unknown reply") << true << strangeUrl.toString();
+    QTest::newRow("no sender") << false << QString();
+}
 
-    const QString url = reply.url().toString();
-    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
-    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({1LL, 0LL, url}));
+void tst_TarvisNetProgress::tellsWithoutRecord()
+{
+    QFETCH(const bool, hasSender);
+    QFETCH(const QString, url);
+
+    ClientBench bench;
+    FakeReply reply(strangeUrl);
+    bench.follow(reply);
+    if (hasSender) {
+        Q_EMIT reply.downloadProgress(50, 200);
+        Q_EMIT reply.uploadProgress(50, 200);
+    } else {
+        bench.call("replyDownloadProgress", Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200));
+        bench.call("replyUploadProgress", Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200));
+    }
+    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress, uploadProgress}));
+    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({50LL, 0LL, url}));
     QCOMPARE(bench.recorder.last(fileProgress), QVariantList({25.0, url}));
+    QCOMPARE(bench.recorder.last(uploadProgress), QVariantList({25.0, url}));
+    QCOMPARE(bench.messages(), QStringList(uploadLine(50, 200)));
 }
 
 void tst_TarvisNetProgress::tellsDownloadsToASingleListener_data()
 {
     QTest::addColumn<QByteArray>("signal");
     QTest::addColumn<QVariantList>("arguments");
-    const QString url = "http://127.0.0.1/unknown";
+    const QString url = strangeUrl.toString();
     QTest::newRow("bytes") << QByteArray(
         SIGNAL(s_downloadFileBytesProgress(qlonglong, qlonglong, QString)))
                            << QVariantList{1LL, 0LL, url};
@@ -158,27 +171,16 @@ void tst_TarvisNetProgress::tellsDownloadsToASingleListener()
 {
     QFETCH(QByteArray, signal);
     QFETCH(QVariantList, arguments);
-    TarvisNet client;
-    FakeReply reply(QUrl("http://127.0.0.1/unknown"));
-    follow(client, reply);
+    ClientBench bench;
+    disconnect(bench.client, nullptr, &bench.recorder, nullptr);
+    FakeReply reply(strangeUrl);
+    bench.follow(reply);
     Q_EMIT reply.downloadProgress(1, 4); // nobody listens
-    QSignalSpy spy(&client, signal.constData());
+    QSignalSpy spy(bench.client, signal.constData());
     QVERIFY(spy.isValid());
     Q_EMIT reply.downloadProgress(1, 4);
     QCOMPARE(spy.size(), 1);
     QCOMPARE(spy.constFirst(), arguments);
-}
-
-void tst_TarvisNetProgress::tellsDownloadsWithoutSender()
-{
-    ClientBench bench;
-    QVERIFY(QMetaObject::invokeMethod(bench.client, "replyDownloadProgress", Qt::DirectConnection,
-                                      Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200)));
-
-    QCOMPARE(bench.recorder.names(), QStringList({bytesProgress, fileProgress}));
-    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({50LL, 0LL, QString()}));
-    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({25.0, QString()}));
-    QCOMPARE(bench.messages(), QStringList());
 }
 
 void tst_TarvisNetProgress::tellsDownloadsOfAServer()
@@ -191,22 +193,6 @@ void tst_TarvisNetProgress::tellsDownloadsOfAServer()
     const QString url = bench.url("/answer");
     QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({3000LL, 0LL, url}));
     QCOMPARE(bench.recorder.last(fileProgress), QVariantList({100.0, url}));
-}
-
-void tst_TarvisNetProgress::tellsResumedDownloadsOfAServer()
-{
-    const QByteArray content = HttpResponse::generated(0, 3000);
-    ClientBench bench;
-    bench.server.on("/file", answers::file(content));
-    bench.client->setTemporaryDirectory(bench.directory.path());
-    files::write(bench.path("file.vtxdownload"), content.left(1000));
-    bench.client->fetchBinary(bench.server.url("/file"), bench.path("file"), 3000);
-    QVERIFY(bench.recorder.waitFor("s_finished"));
-
-    const QString url = bench.url("/file");
-    QCOMPARE(bench.recorder.last(bytesProgress), QVariantList({3000LL, 3000LL, url}));
-    QCOMPARE(bench.recorder.last(fileProgress), QVariantList({100.0, url}));
-    QVERIFY(files::read(bench.path("file")) == content);
 }
 
 void tst_TarvisNetProgress::tellsUploads_data()
@@ -248,8 +234,8 @@ void tst_TarvisNetProgress::tellsUploads()
     QFETCH(double, percentage);
 
     ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/upload?a=1"));
-    follow(*bench.client, reply);
+    FakeReply reply(strangeUrl);
+    bench.follow(reply);
     Q_EMIT reply.uploadProgress(sent, total);
 
     QCOMPARE(bench.messages(), QStringList(message));
@@ -258,17 +244,6 @@ void tst_TarvisNetProgress::tellsUploads()
         return;
     QVERIFY(isExactly(bench.recorder.last(uploadProgress).at(0), percentage));
     QCOMPARE(bench.recorder.last(uploadProgress).at(1).toString(), reply.url().toString());
-}
-
-void tst_TarvisNetProgress::tellsUploadsWithoutSender()
-{
-    ClientBench bench;
-    QVERIFY(QMetaObject::invokeMethod(bench.client, "replyUploadProgress", Qt::DirectConnection,
-                                      Q_ARG(qlonglong, 50), Q_ARG(qlonglong, 200)));
-
-    QCOMPARE(bench.messages(), QStringList(uploadLine(50, 200)));
-    QCOMPARE(bench.recorder.names(), QStringList(uploadProgress));
-    QCOMPARE(bench.recorder.last(uploadProgress), QVariantList({25.0, QString()}));
 }
 
 void tst_TarvisNetProgress::tellsUploadsToAServer()
@@ -323,17 +298,11 @@ void tst_TarvisNetProgress::showsHeaders()
     FakeReply reply;
     for (const QNetworkReply::RawHeaderPair &header : headers)
         reply.setRawHeader(header.first, header.second);
-    callWithReply(*bench.client, "debugHeader", &reply);
+    bench.call("debugHeader", &reply);
+    bench.call("debugHeader", nullptr);
 
     QCOMPARE(bench.messages(), messages);
     QCOMPARE(bench.recorder.names(), QStringList());
-}
-
-void tst_TarvisNetProgress::showsNoHeadersOfNoReply()
-{
-    ClientBench bench;
-    callWithReply(*bench.client, "debugHeader", nullptr);
-    QCOMPARE(bench.messages(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetProgress)

@@ -1,35 +1,20 @@
-#include "answers.h"
+#include "clientbench.h"
 #include "fakereply.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
+#include "lockedqueue.h"
+#include "operations.h"
 
-#include <tarvisnet/tarvisnet.h>
-
-#include <QtCore/QJsonDocument>
-#include <QtCore/QPointer>
 #include <QtTest/QTest>
 
-using namespace queueaccess;
+using namespace clientaccess;
 
-namespace {
-
-const QUrl someUrl("http://127.0.0.1:9/some?a=b");
-
-} // namespace
-
+/// When the queue sends what it holds, how, and what ends a request. Slow servers are in the tests
+/// of faults.
 class tst_TarvisNetQueue : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_log.reset(new LogCapture); }
-    void cleanup() { m_log.reset(); }
-
     void sendsVerbOfKind_data();
     void sendsVerbOfKind();
-    void takesBodyOutOfRecord_data();
-    void takesBodyOutOfRecord();
 
     void startsNothingWhileLocked();
     void dropsEmptyRecord();
@@ -38,102 +23,61 @@ private Q_SLOTS:
     void limitsParallelRequests();
     void sendsInOrderOfArrival();
     void startsOneRequestPerCall();
-    void raisedLimitStartsOnNextChange();
-    void stopFlagHoldsRequests();
     void countsRedirects();
 
-    void removesNull();
-    void removesUnknownReply();
+    void removesNoReply_data();
+    void removesNoReply();
     void removesActiveReply();
-
-private:
-    QScopedPointer<LogCapture> m_log;
 };
 
 void tst_TarvisNetQueue::sendsVerbOfKind_data()
 {
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QByteArray>("verb");
-    QTest::addColumn<QByteArray>("body");
-    const QByteArray body = "some body";
-    const auto row = [](const QString &kind, const QByteArray &verb, const QByteArray &body) {
-        QTest::newRow(qPrintable(kind)) << kind << verb << body;
-    };
-    row("rawPost", "POST", body);
-    row("rawPostFile", "POST", body);
-    row("rawPatch", "PATCH", body);
-    row("rawDelete", "DELETE", body);
-    for (const char *kind : {"remoteDefinition", "remoteIndex", "remoteInstaller",
-                             "remoteInstallerChangeLog", "remoteInstallerCheckSum", "remoteBinary",
-                             "rawGet", "rawGetFile", "redirectReply", "neverHeardOf", "rawpost"})
-        row(kind, "GET", QByteArray());
+    for (const RequestKind &kind : requestkinds::all())
+        QTest::newRow(kind.name) << QString(kind.name) << QByteArray(kind.verb);
+    for (const char *kind : {"redirectReply", "neverHeardOf", "rawpost"})
+        QTest::newRow(kind) << QString(kind) << QByteArray("GET");
 }
 
 void tst_TarvisNetQueue::sendsVerbOfKind()
 {
     QFETCH(const QString, kind);
-    ScriptedServer server;
-    TarvisNet client;
-    add(client, record(kind, server.url("/there?a=b"), "some body"));
-    QVERIFY(server.waitForRequests(1));
-    const HttpRequest request = server.requests().first();
-    QCOMPARE(request.target, QByteArray("/there?a=b"));
-    QTEST(request.method, "verb");
-    QTEST(request.body, "body");
-}
-
-void tst_TarvisNetQueue::takesBodyOutOfRecord_data()
-{
-    QTest::addColumn<QString>("kind");
-    for (const char *kind : {"rawPost", "rawPostFile", "rawPatch", "rawDelete"})
-        QTest::newRow(kind) << QString(kind);
-}
-
-// A body that stayed in the record would stand before the answer's.
-void tst_TarvisNetQueue::takesBodyOutOfRecord()
-{
-    QFETCH(const QString, kind);
-    ScriptedServer server;
-    server.onRequest(answers::json({{"why", "conflict"}}, 409));
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    add(client, record(kind, server.url("/there"), "{\"sent\":1}"));
-    QVERIFY(recorder.waitFor("s_errorChanged"));
-    QCOMPARE(
-        recorder.last("s_errorChanged").value(2).toJsonDocument().toJson(QJsonDocument::Compact),
-        QByteArray("{\"why\":\"conflict\"}"));
+    QFETCH(const QByteArray, verb);
+    ClientBench bench;
+    ReplyData request = record(kind, bench.server.url("/there?a=b"));
+    request.data = "some body";
+    bench.add(request);
+    QVERIFY(bench.server.waitForRequests(1));
+    const HttpRequest sent = bench.server.requests().first();
+    QCOMPARE(sent.target, QByteArray("/there?a=b"));
+    QCOMPARE(sent.method, verb);
+    QCOMPARE(sent.body, verb == "GET" ? QByteArray() : QByteArray("some body"));
 }
 
 void tst_TarvisNetQueue::startsNothingWhileLocked()
 {
-    ScriptedServer server;
-    TarvisNet client;
-    SignalRecorder recorder(&client);
+    ClientBench bench;
     {
-        const LockedQueue locked(client, getRecord(server.url("/held")));
-        recorder.clear();
-        m_log->clear();
-        call(client, "processReplies");
-        QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Unable to get reply data"));
-        QCOMPARE(recorder.names(), QStringList());
-        QCOMPARE(runningPaths(client), QStringList());
+        const LockedQueue locked(bench, record(replies::raw_get, bench.server.url("/held")));
+        bench.call("processReplies");
+        QCOMPARE(bench.log.texts(QtWarningMsg), QStringList("Unable to get reply data"));
+        QCOMPARE(bench.recorder.names(), QStringList());
+        QCOMPARE(bench.runningPaths(), QStringList());
     }
-    call(client, "processReplies");
-    QCOMPARE(runningPaths(client), QStringList("/held"));
+    bench.call("processReplies");
+    QCOMPARE(bench.runningPaths(), QStringList("/held"));
 }
 
 void tst_TarvisNetQueue::dropsEmptyRecord()
 {
-    ScriptedServer server;
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    m_log->clear();
-    add(client, ReplyData());
-    QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Unable to get reply data"));
-    QCOMPARE(recorder.names(), QStringList("s_repliesCountChanged"));
+    const ClientBench bench;
+    bench.add(ReplyData());
+    QCOMPARE(bench.log.texts(QtWarningMsg), QStringList("Unable to get reply data"));
+    QCOMPARE(bench.recorder.names(), QStringList("s_repliesCountChanged"));
 
-    add(client, getRecord(server.url("/next")));
-    QCOMPARE(runningPaths(client), QStringList("/next"));
+    bench.get({"/next"});
+    QCOMPARE(bench.runningPaths(), QStringList("/next"));
 }
 
 void tst_TarvisNetQueue::limitsParallelRequests_data()
@@ -147,165 +91,117 @@ void tst_TarvisNetQueue::limitsParallelRequests()
 {
     QFETCH(const int, limit);
     QList<HttpResponse> held;
-    ScriptedServer server;
-    server.onRequest(
+    ClientBench bench;
+    bench.server.onRequest(
         [&held](const HttpRequest &, HttpResponse &response) { held.append(response); });
-    TarvisNet client;
-    client.setParallelRequestsCount(limit);
-    SignalRecorder recorder(&client);
+    bench.client->setParallelRequestsCount(limit);
     const int all = 7;
     for (int number = 0; number < all; ++number)
-        client.rawGet(server.url("/" + QString::number(number)));
-    QCOMPARE(running(client).size(), limit);
+        bench.get({"/" + QString::number(number)});
+    QCOMPARE(bench.running().size(), limit);
 
     // Each answer lets one more go.
     for (int done = 1; done <= all; ++done) {
-        QVERIFY(server.waitForRequests(qMin(all, limit + done - 1)));
+        QVERIFY(bench.server.waitForRequests(qMin(all, limit + done - 1)));
         held.takeFirst().send(200, {}, "{}");
-        QVERIFY(recorder.waitFor("s_rawGet", done));
-        QCOMPARE(running(client).size(), qMin(limit, all - done));
+        QVERIFY(bench.recorder.waitFor("s_rawGet", done));
+        QCOMPARE(bench.running().size(), qMin(limit, all - done));
     }
 }
 
 void tst_TarvisNetQueue::sendsInOrderOfArrival()
 {
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    TarvisNet client;
-    client.setParallelRequestsCount(1);
-    SignalRecorder recorder(&client);
-    const QList<QByteArray> paths = {"/c", "/a", "/d", "/b"};
-    for (const QByteArray &path : paths)
-        client.rawGet(server.url(path));
-    QVERIFY(recorder.waitFor("s_rawGet", paths.size()));
-    QList<QByteArray> seen;
-    for (const HttpRequest &request : server.requests())
+    ClientBench bench;
+    bench.server.onRequest(answers::json({}));
+    bench.client->setParallelRequestsCount(1);
+    const QStringList paths = {"/c", "/a", "/d", "/b"};
+    bench.get(paths);
+    QVERIFY(bench.recorder.waitFor("s_rawGet", paths.size()));
+    QStringList seen;
+    for (const HttpRequest &request : bench.server.requests())
         seen.append(request.path());
     QCOMPARE(seen, paths);
 }
 
 void tst_TarvisNetQueue::startsOneRequestPerCall()
 {
-    ScriptedServer server;
-    TarvisNet client;
-    client.setStopProcess(true);
-    for (const char *path : {"/1", "/2", "/3"})
-        client.rawGet(server.url(path));
-    client.setStopProcess(false);
-    SignalRecorder recorder(&client);
-    call(client, "processReplies");
-    QCOMPARE(runningPaths(client), QStringList("/1"));
-    call(client, "processReplies");
-    QCOMPARE(runningPaths(client), QStringList({"/1", "/2"}));
-    QCOMPARE(recorder.names(), QStringList());
-}
-
-void tst_TarvisNetQueue::raisedLimitStartsOnNextChange()
-{
-    ScriptedServer server;
-    TarvisNet client;
-    client.setParallelRequestsCount(1);
-    for (const char *path : {"/1", "/2", "/3"})
-        client.rawGet(server.url(path));
-    client.setParallelRequestsCount(5);
-    QCOMPARE(runningPaths(client), QStringList("/1"));
-    client.rawGet(server.url("/4"));
-    QCOMPARE(runningPaths(client), QStringList({"/1", "/2"}));
-}
-
-void tst_TarvisNetQueue::stopFlagHoldsRequests()
-{
-    ScriptedServer server;
-    TarvisNet client;
-    client.rawGet(server.url("/active"));
-    client.setStopProcess(true);
-    for (const char *path : {"/1", "/2", "/3"})
-        client.rawGet(server.url(path));
-    call(client, "removeReply", Q_ARG(QNetworkReply *, running(client).first()));
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QCOMPARE(runningPaths(client), QStringList());
-
-    client.setStopProcess(false);
-    QCOMPARE(runningPaths(client), QStringList());
-    client.rawGet(server.url("/4"));
-    QCOMPARE(runningPaths(client), QStringList("/1"));
-    call(client, "removeReply", Q_ARG(QNetworkReply *, running(client).first()));
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QCOMPARE(runningPaths(client), QStringList("/2"));
+    ClientBench bench;
+    bench.hold();
+    bench.get({"/1", "/2", "/3"});
+    bench.client->setStopProcess(false);
+    bench.forget();
+    bench.call("processReplies");
+    QCOMPARE(bench.runningPaths(), QStringList("/1"));
+    bench.call("processReplies");
+    QCOMPARE(bench.runningPaths(), QStringList({"/1", "/2"}));
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_TarvisNetQueue::countsRedirects()
 {
     HttpResponse held;
-    ScriptedServer server;
-    server.on("/old", answers::redirect(302, server.url("/new").toEncoded()));
-    server.on("/new", [&held](const HttpRequest &, HttpResponse &response) { held = response; });
-    TarvisNet client;
-    client.setParallelRequestsCount(2);
-    SignalRecorder recorder(&client);
-    client.rawGet(server.url("/old"));
-    QVERIFY(server.waitForRequests(2));
+    ClientBench bench;
+    bench.server.on("/old", answers::redirect(302, bench.server.url("/new").toEncoded()));
+    bench.server.on("/new",
+                    [&held](const HttpRequest &, HttpResponse &response) { held = response; });
+    bench.server.on("/waiting", answers::json({}));
+    bench.client->setParallelRequestsCount(2);
+    bench.get({"/old"});
+    QVERIFY(bench.server.waitForRequests(2));
 
-    client.rawGet(server.url("/waiting"));
-    QCOMPARE(runningPaths(client), QStringList("/new"));
+    bench.get({"/waiting"});
+    QCOMPARE(bench.runningPaths(), QStringList("/new"));
     held.send(200, {}, "{}");
-    QVERIFY(recorder.waitFor("s_rawGet"));
-    QTRY_COMPARE(server.requests("/waiting").size(), 1);
+    QVERIFY(bench.recorder.waitFor("s_rawGet", 2));
+    QCOMPARE(bench.recorder.of("s_rawGet").at(0).at(1).toString(), bench.url("/old"));
+    QCOMPARE(bench.recorder.of("s_rawGet").at(1).at(1).toString(), bench.url("/waiting"));
 }
 
-void tst_TarvisNetQueue::removesNull()
+void tst_TarvisNetQueue::removesNoReply_data()
 {
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    m_log->clear();
-    call(client, "removeReply", Q_ARG(QNetworkReply *, nullptr));
-    QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Nothing to remove - reply is null"));
-    QCOMPARE(m_log->texts().size(), 1);
-    QCOMPARE(recorder.names(), QStringList());
+    QTest::addColumn<bool>("isNull");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("null") << true << "Nothing to remove - reply is null";
+    QTest::newRow("unknown reply") << false << "Reply is removed erlier";
 }
 
-void tst_TarvisNetQueue::removesUnknownReply()
+void tst_TarvisNetQueue::removesNoReply()
 {
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    const QPointer<QNetworkReply> reply = new FakeReply(someUrl, this);
-    m_log->clear();
-    call(client, "removeReply", Q_ARG(QNetworkReply *, reply.data()));
-    QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Reply is removed erlier"));
-    QCOMPARE(m_log->texts().size(), 1);
-    QCOMPARE(recorder.names(), QStringList());
+    QFETCH(const bool, isNull);
+    QFETCH(const QString, text);
+    const ClientBench bench;
+    const QPointer<QNetworkReply> reply = new FakeReply(QUrl("http://127.0.0.1:9/"), bench.client);
+    bench.call("removeReply", isNull ? nullptr : reply.data());
+    QCOMPARE(bench.log.texts(QtWarningMsg), QStringList(text));
+    QCOMPARE(bench.log.texts().size(), 1);
+    QCOMPARE(bench.recorder.names(), QStringList());
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(reply);
-    delete reply;
 }
 
 void tst_TarvisNetQueue::removesActiveReply()
 {
-    ScriptedServer server;
-    server.onRequest(answers::withhold());
-    TarvisNet client;
-    client.setParallelRequestsCount(1);
-    client.rawGet(server.url("/active"));
-    client.rawGet(server.url("/pending"));
-    QVERIFY(server.waitForRequests(1));
-    const QPointer<QNetworkReply> reply = running(client).first();
+    WaitingBench bench;
+    bench.client->setParallelRequestsCount(1);
+    bench.get({"/active", "/pending"});
+    QVERIFY(bench.server.waitForRequests(1));
+    const QPointer<QNetworkReply> reply = bench.running().first();
 
-    SignalRecorder recorder(&client);
-    m_log->clear();
-    call(client, "removeReply", Q_ARG(QNetworkReply *, reply.data()));
-    QCOMPARE(recorder.names(), QStringList("s_repliesCountChanged"));
-    QCOMPARE(m_log->texts(), QStringList());
+    bench.forget();
+    bench.call("removeReply", reply);
+    QCOMPARE(bench.recorder.names(), QStringList("s_repliesCountChanged"));
+    QCOMPARE(bench.log.texts(), QStringList());
     QVERIFY(reply);
-    QCOMPARE(runningPaths(client), QStringList({"/active", "/pending"}));
+    QCOMPARE(bench.runningPaths(), QStringList({"/active", "/pending"}));
 
-    call(client, "removeReply", Q_ARG(QNetworkReply *, reply.data()));
-    QCOMPARE(m_log->texts(QtWarningMsg), QStringList("Reply is removed erlier"));
-    QCOMPARE(recorder.count("s_repliesCountChanged"), 1);
+    bench.call("removeReply", reply);
+    QCOMPARE(bench.log.texts(QtWarningMsg), QStringList("Reply is removed erlier"));
+    QCOMPARE(bench.recorder.count("s_repliesCountChanged"), 1);
 
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(!reply);
-    QVERIFY(server.waitForRequests(2));
-    QCOMPARE(server.requests().last().path(), QByteArray("/pending"));
+    QVERIFY(bench.server.waitForRequests(2));
+    QCOMPARE(bench.server.requests().last().path(), QByteArray("/pending"));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetQueue)

@@ -1,185 +1,128 @@
-#include "answers.h"
+#include "clientbench.h"
 #include "files.h"
-#include "logcapture.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
+#include "operations.h"
 
-#include <tarvisnet/tarvisnet.h>
-
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
-#include <functional>
-
-/// A file operation with the URL in one of its forms.
-using FileRequest = std::function<void(TarvisNet &, const QString &url, const QString &savePath)>;
-
-Q_DECLARE_METATYPE(FileRequest)
-
-namespace {
-
-struct NamedRequest {
-    const char *name;
-    FileRequest send;
-    const char *result;
-};
-
-QList<NamedRequest> fileRequests()
-{
-    using T = TarvisNet;
-    return {
-        {"rawGetFile(QUrl)",
-         [](T &t, const QString &url, const QString &path) { t.rawGetFile(QUrl(url), path); },
-         "s_rawGetFileFinished"},
-        {"rawGetFile(QString)",
-         [](T &t, const QString &url, const QString &path) { t.rawGetFile(url, path); },
-         "s_rawGetFileFinished"},
-        {"rawPostFile(QUrl)",
-         [](T &t, const QString &url, const QString &path) { t.rawPostFile(QUrl(url), path, "x"); },
-         "s_rawPostFileFinished"},
-        {"rawPostFile(QString)",
-         [](T &t, const QString &url, const QString &path) { t.rawPostFile(url, path, "x"); },
-         "s_rawPostFileFinished"},
-    };
-}
-
-void addRequests()
-{
-    QTest::addColumn<FileRequest>("send");
-    QTest::addColumn<QString>("result");
-    for (const NamedRequest &request : fileRequests())
-        QTest::newRow(request.name) << request.send << QString(request.result);
-}
-
-} // namespace
+using namespace clientaccess;
 
 /// Every file request writes to the path that was given last, whoever gave it.
 class tst_TarvisNetRawFiles : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
-    void savesAtPath_data() { addRequests(); }
-    void savesAtPath();
-    void keepsPathForNextRequest_data() { addRequests(); }
+    void savesOverTheStart_data();
+    void savesOverTheStart();
+    void deliversWhatCannotBeSaved();
+    void keepsPathForNextRequest_data() { addForms(); }
     void keepsPathForNextRequest();
-    void savesRequestsInFlightAtLastPath_data() { addRequests(); }
+    void savesRequestsInFlightAtLastPath_data() { addForms(); }
     void savesRequestsInFlightAtLastPath();
-    void sharesPathAmongOperations();
-    void keepsPathOnRefusal_data();
-    void keepsPathOnRefusal();
 
 private:
-    QString path(const char *name) const { return m_directory->filePath(name); }
-    QString url(const char *path) const { return m_server->url(path).toString(); }
-
-    QScopedPointer<LogCapture> m_log;
-    QScopedPointer<QTemporaryDir> m_directory;
-    QScopedPointer<ScriptedServer> m_server;
-    QScopedPointer<TarvisNet> m_client;
+    static void addForms();
 };
 
-void tst_TarvisNetRawFiles::init()
+void tst_TarvisNetRawFiles::addForms()
 {
-    m_log.reset(new LogCapture);
-    m_directory.reset(new QTemporaryDir);
-    m_server.reset(new ScriptedServer);
-    m_server->on("/first", answers::bytes("first body"));
-    m_server->on("/second", answers::bytes("the second body"));
-    m_client.reset(new TarvisNet);
+    operations::addRows(
+        [](const Operation &operation) { return QByteArray(operation.kind).endsWith("File"); });
 }
 
-void tst_TarvisNetRawFiles::cleanup()
+void tst_TarvisNetRawFiles::savesOverTheStart_data()
 {
-    m_client.reset();
-    m_server.reset();
-    m_directory.reset();
-    m_log.reset();
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QByteArray>("after");
+    for (const char *name : {"rawGetFile(QUrl)", "rawPostFile(QUrl)"}) {
+        const auto row = [name](const char *title, const QByteArray &before, const QByteArray &body,
+                                const QByteArray &after) {
+            QTest::addRow("%s, %s", name, title) << operations::of(name) << before << body << after;
+        };
+        row("no file before", QByteArray(), "body", "body");
+        row("a shorter file before", "xy", "body", "body");
+        row("a longer file before keeps its tail", "0123456789", "body", "body456789");
+        row("an empty body makes no file", QByteArray(), "", QByteArray());
+        row("an empty body touches no file", "0123", "", "0123");
+    }
 }
 
-void tst_TarvisNetRawFiles::savesAtPath()
+void tst_TarvisNetRawFiles::savesOverTheStart()
 {
-    QFETCH(const FileRequest, send);
-    QFETCH(const QString, result);
-    SignalRecorder recorder(m_client.data());
-    send(*m_client, url("/first"), path("A"));
-    QVERIFY(recorder.waitFor(result));
-    QCOMPARE(files::read(path("A")), QByteArray("first body"));
-    QCOMPARE(recorder.last(result).value(0).toByteArray(), QByteArray("first body"));
+    QFETCH(const Operation, operation);
+    QFETCH(const QByteArray, before);
+    QFETCH(const QByteArray, body);
+    QFETCH(const QByteArray, after);
+    ClientBench bench;
+    const FileData file = bench.file("saved", 0);
+    if (!before.isNull())
+        files::write(file.filePath, before);
+    bench.server.on("/answer", answers::bytes(body));
+    operation.call(*bench.client, bench.url("/answer"), file);
+    const char *const result = requestkinds::of(operation.kind).signal;
+    QVERIFY(bench.recorder.waitFor(result));
+
+    QCOMPARE(bench.recorder.last(result).mid(0, 2), QVariantList({body, bench.url("/answer")}));
+    QCOMPARE(files::read(file.filePath).isNull(), after.isNull());
+    QCOMPARE(files::read(file.filePath), after);
+    QCOMPARE(bench.messagesOfAnswer(), QStringList());
+}
+
+void tst_TarvisNetRawFiles::deliversWhatCannotBeSaved()
+{
+    ClientBench bench;
+    bench.server.on("/answer", answers::bytes("body"));
+    // A directory cannot be opened for writing, not even by root.
+    bench.client->rawGetFile(bench.server.url("/answer"), bench.path());
+    QVERIFY(bench.recorder.waitFor("s_rawGetFileFinished"));
+
+    QCOMPARE(bench.recorder.last("s_rawGetFileFinished").at(0).toByteArray(), QByteArray("body"));
+    QCOMPARE(bench.errors(), QList<int>());
+    QCOMPARE(bench.messages(),
+             QStringList(line({"warning: Error opening file to save", quoted(bench.path())})));
 }
 
 void tst_TarvisNetRawFiles::keepsPathForNextRequest()
 {
-    QFETCH(const FileRequest, send);
-    QFETCH(const QString, result);
-    SignalRecorder recorder(m_client.data());
-    send(*m_client, url("/first"), path("A"));
-    QVERIFY(recorder.waitFor(result));
-    QCOMPARE(files::read(path("A")), QByteArray("first body"));
-    send(*m_client, url("/second"), QString());
-    QVERIFY(recorder.waitFor(result, 2));
-    QCOMPARE(files::read(path("A")), QByteArray("the second body"));
+    QFETCH(const Operation, operation);
+    ClientBench bench;
+    bench.server.on("/first", answers::bytes("first"));
+    bench.server.on("/second", answers::bytes("second"));
+    bench.server.on("/third", answers::bytes("the third"));
+    const auto isSaved = [&bench](const RequestKind &kind, const QByteArray &body) {
+        bench.recorder.clear();
+        return bench.recorder.waitFor(kind.signal) && files::read(bench.path("A")) == body;
+    };
+    const RequestKind kind = requestkinds::of(operation.kind);
+    operation.call(*bench.client, bench.url("/first"), bench.file("A", 0));
+    QVERIFY(isSaved(kind, "first"));
+    bench.client->rawGetFile(bench.server.url("/second"));
+    QVERIFY(isSaved(requestkinds::of("rawGetFile"), "second"));
+    operation.call(*bench.client, bench.url("/third"), FileData());
+    QVERIFY(isSaved(kind, "the third"));
 }
 
 void tst_TarvisNetRawFiles::savesRequestsInFlightAtLastPath()
 {
-    QFETCH(const FileRequest, send);
-    QFETCH(const QString, result);
+    QFETCH(const Operation, operation);
     QList<HttpResponse> held;
-    m_server->onRequest(
+    ClientBench bench;
+    bench.server.onRequest(
         [&held](const HttpRequest &, HttpResponse &response) { held.append(response); });
-    SignalRecorder recorder(m_client.data());
-    send(*m_client, url("/held/1"), path("A"));
-    QVERIFY(m_server->waitForRequests(1));
-    send(*m_client, url("/held/2"), path("B"));
-    QVERIFY(m_server->waitForRequests(2));
+    operation.call(*bench.client, bench.url("/held/1"), bench.file("A", 0));
+    QVERIFY(bench.server.waitForRequests(1));
+    operation.call(*bench.client, bench.url("/held/2"), bench.file("B", 0));
+    QVERIFY(bench.server.waitForRequests(2));
 
-    held[0].send(200, {}, "first body");
-    QVERIFY(recorder.waitFor(result));
-    QCOMPARE(files::read(path("B")), QByteArray("first body"));
-    held[1].send(200, {}, "the second body");
-    QVERIFY(recorder.waitFor(result, 2));
-    QCOMPARE(files::read(path("B")), QByteArray("the second body"));
-    QVERIFY(!QFile::exists(path("A")));
-}
-
-void tst_TarvisNetRawFiles::sharesPathAmongOperations()
-{
-    SignalRecorder recorder(m_client.data());
-    m_client->rawPostFile(m_server->url("/first"), path("A"));
-    QVERIFY(recorder.waitFor("s_rawPostFileFinished"));
-    m_client->rawGetFile(m_server->url("/second"));
-    QVERIFY(recorder.waitFor("s_rawGetFileFinished"));
-    QCOMPARE(files::read(path("A")), QByteArray("the second body"));
-}
-
-void tst_TarvisNetRawFiles::keepsPathOnRefusal_data()
-{
-    QTest::addColumn<FileRequest>("send");
-    QTest::addColumn<QString>("url");
-    for (const NamedRequest &request : fileRequests()) {
-        QTest::addRow("%s, empty", request.name) << request.send << QString();
-        QTest::addRow("%s, not valid", request.name) << request.send << "http://[bad/";
+    const char *const result = requestkinds::of(operation.kind).signal;
+    const QByteArrayList bodies = {"first body", "the second body"};
+    for (int number = 0; number < 2; ++number) {
+        held[number].send(200, {}, bodies.at(number));
+        QVERIFY(bench.recorder.waitFor(result, number + 1));
+        QCOMPARE(files::read(bench.path("B")), bodies.at(number));
     }
-}
-
-void tst_TarvisNetRawFiles::keepsPathOnRefusal()
-{
-    QFETCH(const FileRequest, send);
-    QFETCH(const QString, url);
-    SignalRecorder recorder(m_client.data());
-    m_client->rawGetFile(m_server->url("/first"), path("A"));
-    QVERIFY(recorder.waitFor("s_rawGetFileFinished"));
-
-    send(*m_client, url, path("B"));
-    QCOMPARE(recorder.count("s_errorChanged"), 1);
-    m_client->rawGetFile(m_server->url("/second"));
-    QVERIFY(recorder.waitFor("s_rawGetFileFinished", 2));
-    QCOMPARE(files::read(path("A")), QByteArray("the second body"));
-    QVERIFY(!QFile::exists(path("B")));
+    QVERIFY(files::read(bench.path("A")).isNull());
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetRawFiles)

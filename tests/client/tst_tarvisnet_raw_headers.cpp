@@ -1,10 +1,4 @@
-#include "answers.h"
-#include "logcapture.h"
-#include "queueaccess.h"
-#include "scriptedserver.h"
-#include "signalrecorder.h"
-
-#include <tarvisnet/tarvisnet.h>
+#include "clientbench.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMetaType>
@@ -12,31 +6,59 @@
 #include <QtNetwork/QNetworkCookie>
 #include <QtTest/QTest>
 
-using namespace queueaccess;
-
 Q_DECLARE_METATYPE(QList<QNetworkCookie>)
 Q_DECLARE_METATYPE(QNetworkRequest::KnownHeaders)
 
 using Known = QNetworkRequest::KnownHeaders;
 
-/// The three operations that take headers.
-enum class Operation { Get, Post, Patch };
+/// An operation that takes headers.
+struct Operation {
+    const char *name;
+    const char *defaultType;
+    void (*call)(TarvisNet &client, const QUrl &url, const HeadersMap &headers,
+                 const RawHeadersMap &rawHeaders);
+};
+
 Q_DECLARE_METATYPE(Operation)
 
 namespace {
 
 const char *const form = "application/x-www-form-urlencoded";
 
-struct NamedOperation {
-    const char *name;
-    Operation operation;
-    const char *defaultType;
+const char *const json = "application/json";
+
+using T = TarvisNet;
+using H = HeadersMap;
+using R = RawHeadersMap;
+
+const Operation operations[] = {
+    {"rawGet", json, [](T &t, const QUrl &url, const H &h, const R &r) { t.rawGet(url, h, r); }},
+    {"rawPost", form,
+     [](T &t, const QUrl &url, const H &h, const R &r) { t.rawPost(url, "body", h, r); }},
+    {"rawPath", json,
+     [](T &t, const QUrl &url, const H &h, const R &r) { t.rawPath(url, "body", h, r); }},
 };
 
-const NamedOperation operations[] = {
-    {"rawGet", Operation::Get, "application/json"},
-    {"rawPost", Operation::Post, form},
-    {"rawPath", Operation::Patch, "application/json"},
+void addOperations()
+{
+    QTest::addColumn<Operation>("operation");
+    for (const Operation &operation : operations)
+        QTest::newRow(operation.name) << operation;
+}
+
+/// A client that sends one request after the other to a server that answers none.
+struct HeadersBench : WaitingBench {
+    void call(const Operation &operation, const H &headers, const R &rawHeaders = R())
+    {
+        operation.call(*client, server.url("/there"), headers, rawHeaders);
+    }
+    /// The request as the server got it; an empty one when none came.
+    HttpRequest send(const Operation &operation, const H &headers, const R &rawHeaders = R())
+    {
+        server.clear();
+        call(operation, headers, rawHeaders);
+        return server.waitForRequests(1) ? server.requests().first() : HttpRequest();
+    }
 };
 
 /// A value of the Content-Type header and what becomes of it.
@@ -93,98 +115,35 @@ const QDateTime someTime(QDate(2024, 2, 29), QTime(12, 30), Qt::UTC);
 
 } // namespace
 
+/// The headers that an application sets.
 class tst_TarvisNetRawHeaders : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
-    void registersContentType();
     void readsContentType_data();
     void readsContentType();
     void keepsTableOfTypes();
-    void addsDefaults_data();
+    void addsDefaults_data() { addOperations(); }
     void addsDefaults();
     void setsKnownHeaders_data();
     void setsKnownHeaders();
     void givenUserAgentKeepsTheClientsAway_data();
     void givenUserAgentKeepsTheClientsAway();
-    void rawHeadersWin_data();
+    void rawHeadersWin_data() { addOperations(); }
     void rawHeadersWin();
-    void setsHeadersInOrder_data();
+    void setsHeadersInOrder_data() { addOperations(); }
     void setsHeadersInOrder();
-
-private:
-    void addOperations();
-    void call(Operation operation, const HeadersMap &headers,
-              const RawHeadersMap &rawHeaders = RawHeadersMap());
-    HttpRequest send(Operation operation, const HeadersMap &headers,
-                     const RawHeadersMap &rawHeaders = RawHeadersMap());
-
-    QScopedPointer<LogCapture> m_log;
-    QScopedPointer<ScriptedServer> m_server;
-    QScopedPointer<TarvisNet> m_client;
 };
-
-void tst_TarvisNetRawHeaders::init()
-{
-    m_log.reset(new LogCapture);
-    m_server.reset(new ScriptedServer);
-    m_server->onRequest(answers::withhold());
-    m_client.reset(new TarvisNet);
-}
-
-void tst_TarvisNetRawHeaders::cleanup()
-{
-    m_client.reset();
-    m_server.reset();
-    m_log.reset();
-}
-
-void tst_TarvisNetRawHeaders::addOperations()
-{
-    QTest::addColumn<Operation>("operation");
-    for (const NamedOperation &named : operations)
-        QTest::newRow(named.name) << named.operation;
-}
-
-void tst_TarvisNetRawHeaders::call(Operation operation, const HeadersMap &headers,
-                                   const RawHeadersMap &rawHeaders)
-{
-    const QUrl url = m_server->url("/there");
-    switch (operation) {
-    case Operation::Get:
-        return m_client->rawGet(url, headers, rawHeaders);
-    case Operation::Post:
-        return m_client->rawPost(url, "body", headers, rawHeaders);
-    case Operation::Patch:
-        return m_client->rawPath(url, "body", headers, rawHeaders);
-    }
-}
-
-/// The request as the server got it; an empty one when none came.
-HttpRequest tst_TarvisNetRawHeaders::send(Operation operation, const HeadersMap &headers,
-                                          const RawHeadersMap &rawHeaders)
-{
-    call(operation, headers, rawHeaders);
-    return m_server->waitForRequests(1) ? m_server->requests().first() : HttpRequest();
-}
-
-void tst_TarvisNetRawHeaders::registersContentType()
-{
-    QCOMPARE(QMetaType::type("TarvisNet::ContentType"), qMetaTypeId<TarvisNet::ContentType>());
-}
 
 void tst_TarvisNetRawHeaders::readsContentType_data()
 {
     QTest::addColumn<Operation>("operation");
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QByteArray>("contentType");
-    for (const NamedOperation &named : operations) {
+    for (const Operation &operation : operations) {
         for (const TypeRow &row : typeRows())
-            QTest::addRow("%s, %s", named.name, row.name)
-                << named.operation << row.value << row.contentType;
+            QTest::addRow("%s, %s", operation.name, row.name)
+                << operation << row.value << row.contentType;
     }
 }
 
@@ -193,41 +152,36 @@ void tst_TarvisNetRawHeaders::readsContentType()
     QFETCH(const Operation, operation);
     QFETCH(const QVariant, value);
     QFETCH(const QByteArray, contentType);
-    const HttpRequest sent = send(operation, {{Known::ContentTypeHeader, value}});
+    HeadersBench bench;
+    const HttpRequest sent = bench.send(operation, {{Known::ContentTypeHeader, value}});
     QVERIFY(!sent.method.isEmpty());
-    QCOMPARE(running(*m_client).first()->request().rawHeader("Content-Type"), contentType);
+    QCOMPARE(bench.running().first()->request().rawHeader("Content-Type"), contentType);
     // Qt sends no POST without a type.
-    const bool isQtsType = operation == Operation::Post && contentType.isEmpty();
+    const bool isQtsType = sent.method == "POST" && contentType.isEmpty();
     QCOMPARE(sent.header("content-type"), isQtsType ? QByteArray(form) : contentType);
-    QCOMPARE(sent.header("user-agent"), m_client->getUserAgent().toLocal8Bit());
+    QCOMPARE(sent.header("user-agent"), bench.client->getUserAgent().toLocal8Bit());
 }
 
 void tst_TarvisNetRawHeaders::keepsTableOfTypes()
 {
+    HeadersBench bench;
     for (const QVariant &value : {QVariant(99), QVariant(99), QVariant("3")})
-        call(Operation::Get, {{Known::ContentTypeHeader, value}});
-    QVERIFY(m_server->waitForRequests(2));
+        bench.call(operations[0], {{Known::ContentTypeHeader, value}});
+    QVERIFY(bench.server.waitForRequests(2));
     QByteArrayList types;
-    for (const QNetworkReply *reply : running(*m_client))
+    for (const QNetworkReply *reply : bench.running())
         types.append(reply->request().rawHeader("Content-Type"));
     types.removeAll(QByteArray());
     QCOMPARE(types, QByteArrayList({"application/zip"}));
 }
 
-void tst_TarvisNetRawHeaders::addsDefaults_data()
-{
-    QTest::addColumn<Operation>("operation");
-    QTest::addColumn<QByteArray>("contentType");
-    for (const NamedOperation &named : operations)
-        QTest::newRow(named.name) << named.operation << QByteArray(named.defaultType);
-}
-
 void tst_TarvisNetRawHeaders::addsDefaults()
 {
     QFETCH(const Operation, operation);
-    const HttpRequest sent = send(operation, {{Known::ServerHeader, "irrelevant"}});
-    QTEST(sent.header("content-type"), "contentType");
-    QCOMPARE(sent.header("user-agent"), m_client->getUserAgent().toLocal8Bit());
+    HeadersBench bench;
+    const HttpRequest sent = bench.send(operation, {{Known::ServerHeader, "irrelevant"}});
+    QCOMPARE(sent.header("content-type"), QByteArray(operation.defaultType));
+    QCOMPARE(sent.header("user-agent"), bench.client->getUserAgent().toLocal8Bit());
 }
 
 void tst_TarvisNetRawHeaders::setsKnownHeaders_data()
@@ -238,11 +192,11 @@ void tst_TarvisNetRawHeaders::setsKnownHeaders_data()
     QTest::addColumn<QByteArray>("name");
     QTest::addColumn<QByteArray>("text");
     const QList<QNetworkCookie> cookies = {QNetworkCookie("a", "1"), QNetworkCookie("b", "2")};
-    for (const NamedOperation &named : operations) {
-        const auto row = [&named](Known header, const QVariant &value, const char *name,
-                                  const char *text) {
-            QTest::addRow("%s, %s", named.name, name)
-                << named.operation << header << value << QByteArray(name) << QByteArray(text);
+    for (const Operation &operation : operations) {
+        const auto row = [&operation](Known header, const QVariant &value, const char *name,
+                                      const char *text) {
+            QTest::addRow("%s, %s", operation.name, name)
+                << operation << header << value << QByteArray(name) << QByteArray(text);
         };
         row(Known::UserAgentHeader, "somebody else", "user-agent", "somebody else");
         row(Known::LocationHeader, QUrl("http://127.0.0.1/a%20b"), "location",
@@ -263,18 +217,19 @@ void tst_TarvisNetRawHeaders::setsKnownHeaders()
     QFETCH(const Known, header);
     QFETCH(const QVariant, value);
     QFETCH(const QByteArray, name);
-    QTEST(send(operation, {{header, value}}).header(name), "text");
+    HeadersBench bench;
+    QTEST(bench.send(operation, {{header, value}}).header(name), "text");
 }
 
 void tst_TarvisNetRawHeaders::givenUserAgentKeepsTheClientsAway_data()
 {
     QTest::addColumn<Operation>("operation");
     QTest::addColumn<QVariant>("value");
-    for (const NamedOperation &named : operations) {
-        QTest::addRow("%s, empty text", named.name) << named.operation << QVariant(QString());
-        QTest::addRow("%s, empty bytes", named.name) << named.operation << QVariant(QByteArray());
-        QTest::addRow("%s, no value", named.name) << named.operation << QVariant();
-        QTest::addRow("%s, text", named.name) << named.operation << QVariant("agent");
+    for (const Operation &operation : operations) {
+        QTest::addRow("%s, empty text", operation.name) << operation << QVariant(QString());
+        QTest::addRow("%s, empty bytes", operation.name) << operation << QVariant(QByteArray());
+        QTest::addRow("%s, no value", operation.name) << operation << QVariant();
+        QTest::addRow("%s, text", operation.name) << operation << QVariant("agent");
     }
 }
 
@@ -283,17 +238,14 @@ void tst_TarvisNetRawHeaders::givenUserAgentKeepsTheClientsAway()
 {
     QFETCH(const Operation, operation);
     QFETCH(const QVariant, value);
-    m_client->setVtxIdByText("installation");
-    const QByteArray sent = send(operation, {{Known::UserAgentHeader, value}}).header("user-agent");
+    HeadersBench bench;
+    bench.client->setVtxIdByText("installation");
+    const QByteArray sent =
+        bench.send(operation, {{Known::UserAgentHeader, value}}).header("user-agent");
     QVERIFY(!sent.contains("TarvisNet"));
     QVERIFY(!sent.contains("installation"));
     if (!value.toString().isEmpty())
         QCOMPARE(sent, value.toByteArray());
-}
-
-void tst_TarvisNetRawHeaders::rawHeadersWin_data()
-{
-    addOperations();
 }
 
 void tst_TarvisNetRawHeaders::rawHeadersWin()
@@ -301,24 +253,19 @@ void tst_TarvisNetRawHeaders::rawHeadersWin()
     QFETCH(const Operation, operation);
     const RawHeadersMap rawHeaders = {
         {"Content-Type", "raw/type"}, {"user-agent", "raw agent"}, {"X-Own", "own"}};
-    const HttpRequest overDefaults = send(operation, HeadersMap(), rawHeaders);
+    HeadersBench bench;
+    const HttpRequest overDefaults = bench.send(operation, HeadersMap(), rawHeaders);
     QCOMPARE(overDefaults.header("content-type"), QByteArray("raw/type"));
     QCOMPARE(overDefaults.header("user-agent"), QByteArray("raw agent"));
     QCOMPARE(overDefaults.header("x-own"), QByteArray("own"));
 
-    call(operation,
-         {{Known::ContentTypeHeader, QVariant::fromValue(TarvisNet::Zip)},
-          {Known::UserAgentHeader, "known agent"}},
-         rawHeaders);
-    QVERIFY(m_server->waitForRequests(2));
-    const HttpRequest overKnown = m_server->requests().last();
+    const HttpRequest overKnown =
+        bench.send(operation,
+                   {{Known::ContentTypeHeader, QVariant::fromValue(TarvisNet::Zip)},
+                    {Known::UserAgentHeader, "known agent"}},
+                   rawHeaders);
     QCOMPARE(overKnown.header("content-type"), QByteArray("raw/type"));
     QCOMPARE(overKnown.header("user-agent"), QByteArray("raw agent"));
-}
-
-void tst_TarvisNetRawHeaders::setsHeadersInOrder_data()
-{
-    addOperations();
 }
 
 // A header that is set again moves to the end. Case tells names apart in the map only.
@@ -331,8 +278,9 @@ void tst_TarvisNetRawHeaders::setsHeadersInOrder()
                                 {Known::LocationHeader, QUrl("x")}};
     const RawHeadersMap rawHeaders = {
         {"x-b", "last"}, {"X-b", "first"}, {"a", "x"}, {"X-C", "x"}, {"Server", "again"}};
-    call(operation, headers, rawHeaders);
-    const QNetworkRequest request = running(*m_client).first()->request();
+    HeadersBench bench;
+    bench.call(operation, headers, rawHeaders);
+    const QNetworkRequest request = bench.running().first()->request();
     QCOMPARE(request.rawHeader("X-B"), QByteArray("last"));
     const QByteArrayList expected = {
         "Content-Type", "User-Agent", "Location", "Content-Disposition", "If-None-Match", "Server",

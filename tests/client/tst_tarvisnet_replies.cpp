@@ -1,56 +1,37 @@
 #include "clientbench.h"
 #include "fakereply.h"
 #include "files.h"
+#include "operations.h"
 
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
 #include <QtTest/QTest>
 
 using namespace clientaccess;
 
+using Headers = QList<QNetworkReply::RawHeaderPair>;
+
 namespace {
 
 const QByteArray jsonBody = "{\"answer\":42}";
-
-const char removed[] = "s_repliesCountChanged";
+const QString removed = "s_repliesCountChanged";
+const QString unknownType = "warning: <TarvisNet::handleReply> Uknown reply type";
+const QUrl strangeUrl("http://127.0.0.1/unknown?a=1");
 
 /// Starts a request that is never answered, for a test that speaks in its place.
-QNetworkReply *startWithheld(ClientBench &bench, const QString &replyType,
-                             const FileData &file = FileData())
+QNetworkReply *startWithheld(ClientBench &bench, const QString &kind)
 {
     bench.server.on("/withheld", answers::withhold());
     QNetworkReply *reply =
-        start(*bench.client, record(replyType, bench.server.url("/withheld"), file));
-    bench.recorder.clear();
-    bench.log.clear();
+        bench.start(record(kind, bench.server.url("/withheld"), bench.file("file", 10)));
+    bench.forget();
     return reply;
 }
 
-/// What the client logged apart from the upload progress that requests with a body have.
-QStringList messagesOfAnswer(const ClientBench &bench)
-{
-    QStringList messages = bench.messages();
-    messages.removeAll("debug: <TarvisNet::UploadProgress> no bytes avalible");
-    messages.removeAll("debug: <TarvisNet::UploadProgress> Upload complete");
-    return messages;
-}
-
-/// Keeps how many bytes a reply has unread when the client first says what became of it.
-class UnreadBytes : public QObject {
-public:
-    UnreadBytes(TarvisNet &client, QNetworkReply *reply)
+/// Lets a test put a state on a reply that came from Qt.
+struct ReplyState : QNetworkReply {
+    static void setStatus(QNetworkReply *reply, int status)
     {
-        const auto keep = [this, reply] {
-            if (m_count < 0)
-                m_count = reply->bytesAvailable();
-        };
-        connect(&client, &TarvisNet::s_errorChanged, this, keep);
-        connect(&client, &TarvisNet::s_repliesCountChanged, this, keep);
+        (reply->*&ReplyState::setAttribute)(QNetworkRequest::HttpStatusCodeAttribute, status);
     }
-    qint64 count() const { return m_count; }
-
-private:
-    qint64 m_count = -1;
 };
 
 } // namespace
@@ -67,22 +48,17 @@ private Q_SLOTS:
     void leavesBytesOfRefusedFilesUnread();
     void collectsOtherKindsWhateverTheStatus_data();
     void collectsOtherKindsWhateverTheStatus();
-    void collectsEveryPiece();
-    void savesFileKindsWhileTheyArrive_data();
-    void savesFileKindsWhileTheyArrive();
-    void readsNothingAfterAnError();
-    void readsNothingOfUnknownReplies();
+    void savesTheInstallerOfARecord();
+    void readsNothing_data();
+    void readsNothing();
     void delivers_data();
     void delivers();
     void deliversWhatIsNotJson_data();
     void deliversWhatIsNotJson();
-    void savesRawFiles_data();
-    void savesRawFiles();
-    void deliversRawFilesThatCannotBeSaved();
+    void handlesReplyWithoutRecord_data();
     void handlesReplyWithoutRecord();
-    void handlesFailedReplyWithoutRecord();
+    void reportsUnknownReply_data();
     void reportsUnknownReply();
-    void reportsUnknownReplyAndStopsTheProbe();
     void dropsRepliesOfTheProbe_data();
     void dropsRepliesOfTheProbe();
     void stopsTheProbeAfterADownload();
@@ -93,7 +69,7 @@ void tst_TarvisNetReplies::logsWithTheClientsOrigin()
     ClientBench bench;
     bench.server.on("/missing", answers::status(404));
     bench.server.on("/from", answers::redirect(302, bench.url("/missing").toUtf8()));
-    bench.client->rawGet(bench.server.url("/from"));
+    bench.get({"/from"});
     QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
     QVERIFY(bench.messages().size() > 5);
@@ -102,85 +78,71 @@ void tst_TarvisNetReplies::logsWithTheClientsOrigin()
 
 void tst_TarvisNetReplies::readsStatusOfFiles_data()
 {
-    QTest::addColumn<QString>("replyType");
+    QTest::addColumn<QString>("kind");
     QTest::addColumn<int>("status");
-    QTest::addColumn<QStringList>("messages");
+    QTest::addColumn<QString>("message");
 
-    struct Row {
-        int status;
-        QString message;
-    };
-    // A reply without bytes makes the writer complain: that is how a row sees that it was called.
-    const QString saved = "warning: No bytes available!";
-    const QString redirected = "debug: <TarvisNet::replyReadyRead> Redircet attribuie:  ";
-    const QString clientError = "debug: <TarvisNet::replyReadyRead> Client or network error:  ";
-    const QString serverError = "debug: <TarvisNet::replyReadyRead> Server error:  ";
-    const QList<Row> rows = {
-        {0, QString()},     {100, QString()},   {199, QString()},   {200, saved},
-        {206, saved},       {299, saved},       {300, redirected},  {302, redirected},
-        {399, redirected},  {400, clientError}, {404, clientError}, {499, clientError},
-        {500, serverError}, {503, serverError}, {600, serverError},
-    };
-    for (const char *kind : {"remoteBinary", "remoteInstaller"}) {
-        for (const Row &row : rows) {
-            QStringList messages;
-            if (row.message == saved)
-                messages = QStringList{saved};
-            else if (!row.message.isEmpty())
-                messages = QStringList{row.message + QString::number(row.status)};
-            QTest::addRow("%s %d", kind, row.status) << QString(kind) << row.status << messages;
+    const auto rows = [](const QList<int> &statuses, const QString &text) {
+        for (const char *kind : {"remoteBinary", "remoteInstaller"}) {
+            for (const int status : statuses) {
+                const QString message = text.endsWith(' ') ? text + QString::number(status) : text;
+                QTest::addRow("%s %d", kind, status) << QString(kind) << status << message;
+            }
         }
-    }
+    };
+    rows({0, 100, 199}, QString());
+    // A reply without bytes makes the writer complain: that is how a row sees that it was called.
+    rows({200, 206, 299}, "warning: No bytes available!");
+    rows({300, 302, 399}, "debug: <TarvisNet::replyReadyRead> Redircet attribuie:  ");
+    rows({400, 404, 499}, "debug: <TarvisNet::replyReadyRead> Client or network error:  ");
+    rows({500, 503, 600}, "debug: <TarvisNet::replyReadyRead> Server error:  ");
 }
 
 void tst_TarvisNetReplies::readsStatusOfFiles()
 {
-    QFETCH(QString, replyType);
-    QFETCH(int, status);
-    QFETCH(QStringList, messages);
+    QFETCH(const QString, kind);
+    QFETCH(const int, status);
+    QFETCH(const QString, message);
 
     ClientBench bench;
-    QNetworkReply *reply = startWithheld(bench, replyType, bench.file("file", 10));
+    QNetworkReply *reply = startWithheld(bench, kind);
     if (status != 0)
         ReplyState::setStatus(reply, status);
     Q_EMIT reply->readyRead();
 
-    QCOMPARE(bench.messages(), messages);
+    QCOMPARE(bench.messages(), message.isEmpty() ? QStringList() : QStringList(message));
     QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_TarvisNetReplies::leavesBytesOfRefusedFilesUnread_data()
 {
-    QTest::addColumn<QString>("replyType");
+    QTest::addColumn<QString>("kind");
     QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("message");
-
     for (const char *kind : {"remoteBinary", "remoteInstaller"}) {
-        QTest::addRow("%s 300", kind)
-            << QString(kind) << 300 << "<TarvisNet::replyReadyRead> Redircet attribuie:  300";
-        QTest::addRow("%s 404", kind)
-            << QString(kind) << 404 << "<TarvisNet::replyReadyRead> Client or network error:  404";
-        QTest::addRow("%s 503", kind)
-            << QString(kind) << 503 << "<TarvisNet::replyReadyRead> Server error:  503";
+        for (const int status : {300, 404, 503})
+            QTest::addRow("%s %d", kind, status) << QString(kind) << status;
     }
 }
 
 void tst_TarvisNetReplies::leavesBytesOfRefusedFilesUnread()
 {
-    QFETCH(QString, replyType);
-    QFETCH(int, status);
-    QFETCH(QString, message);
+    QFETCH(const QString, kind);
+    QFETCH(const int, status);
 
     ClientBench bench;
     bench.server.on("/file", answers::bytes("refused", status));
     const FileData file = bench.file("file", 7);
-    QNetworkReply *reply = start(*bench.client, record(replyType, bench.server.url("/file"), file));
-    const UnreadBytes unread(*bench.client, reply);
+    const QNetworkReply *reply = bench.start(record(kind, bench.server.url("/file"), file));
     bench.recorder.clear();
+    // When the client first says what became of it.
+    QList<qint64> unread;
+    const auto keep = [&unread, reply] { unread.append(reply->bytesAvailable()); };
+    connect(bench.client, &TarvisNet::s_errorChanged, this, keep);
+    connect(bench.client, &TarvisNet::s_repliesCountChanged, this, keep);
     QVERIFY(bench.recorder.waitFor(removed));
 
-    QVERIFY(bench.log.contains(QtDebugMsg, message));
-    QCOMPARE(unread.count(), qint64(7));
+    QVERIFY(bench.log.containsPart(QtDebugMsg, "<TarvisNet::replyReadyRead> "));
+    QCOMPARE(unread.first(), qint64(7));
     QVERIFY(files::read(file.tempFilePath).isNull());
 }
 
@@ -193,7 +155,7 @@ void tst_TarvisNetReplies::collectsOtherKindsWhateverTheStatus_data()
 
 void tst_TarvisNetReplies::collectsOtherKindsWhateverTheStatus()
 {
-    QFETCH(int, status);
+    QFETCH(const int, status);
 
     ClientBench bench;
     const QByteArray body = status == 204 ? QByteArray() : jsonBody;
@@ -205,297 +167,189 @@ void tst_TarvisNetReplies::collectsOtherKindsWhateverTheStatus()
     QCOMPARE(bench.messages(), QStringList());
 }
 
-void tst_TarvisNetReplies::collectsEveryPiece()
+void tst_TarvisNetReplies::savesTheInstallerOfARecord()
 {
-    const QByteArray body = HttpResponse::generated(0, 5000);
-    ClientBench bench;
-    bench.server.on("/bytes", [&body](const HttpRequest &, HttpResponse &response) {
-        response.sendHead(200, {}, body.size());
-        response.dribble(body, 100);
-        response.finish();
-    });
-    bench.client->fetchInstallerChangeLog(bench.server.url("/bytes"));
-    QVERIFY(bench.recorder.waitFor("s_fetchInstallerChangeLogData"));
-
-    QVERIFY(bench.recorder.last("s_fetchInstallerChangeLogData").at(0).toByteArray() == body);
-}
-
-void tst_TarvisNetReplies::savesFileKindsWhileTheyArrive_data()
-{
-    QTest::addColumn<QString>("replyType");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<bool>("isMoved");
-
-    QTest::newRow("binary 200") << "remoteBinary" << 200 << true;
-    QTest::newRow("binary 206") << "remoteBinary" << 206 << true;
-    QTest::newRow("installer 200") << "remoteInstaller" << 200 << false;
-}
-
-void tst_TarvisNetReplies::savesFileKindsWhileTheyArrive()
-{
-    QFETCH(QString, replyType);
-    QFETCH(int, status);
-    QFETCH(bool, isMoved);
-
     const QByteArray body = HttpResponse::generated(0, 3000);
     ClientBench bench;
-    bench.server.on("/file", answers::bytes(body, status));
+    bench.server.on("/file", answers::bytes(body));
     const FileData file = bench.file("file", quint64(body.size()));
-    add(*bench.client, record(replyType, bench.server.url("/file"), file));
+    bench.add(record(replies::remote_installer, bench.server.url("/file"), file));
     QVERIFY(bench.recorder.waitFor("s_finished"));
 
-    QVERIFY(files::read(isMoved ? file.filePath : file.tempFilePath) == body);
-    QVERIFY(files::read(isMoved ? file.tempFilePath : file.filePath).isNull());
+    QVERIFY(files::read(file.tempFilePath) == body);
+    QVERIFY(files::read(file.filePath).isNull());
 }
 
-void tst_TarvisNetReplies::readsNothingAfterAnError()
+void tst_TarvisNetReplies::readsNothing_data()
 {
-    ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/bytes"));
-    follow(*bench.client, reply);
-    reply.appendBody("unread");
-    reply.setError(QNetworkReply::ContentNotFoundError, "no such thing");
-    Q_EMIT reply.readyRead();
-
-    QCOMPARE(bench.messages(),
-             QStringList(line(
-                 {"warning: <TarvisNet::replyReadyRead> some error: ", quoted("no such thing")})));
-    QCOMPARE(reply.bytesAvailable(), qint64(6));
+    QTest::addColumn<QNetworkReply::NetworkError>("error");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("after an error")
+        << QNetworkReply::ContentNotFoundError
+        << line({"warning: <TarvisNet::replyReadyRead> some error: ", quoted("no such thing")});
+    QTest::newRow("of an unknown reply")
+        << QNetworkReply::NoError << "warning: <TarvisNet::replyReadyRead> Unrecognized reply";
 }
 
-void tst_TarvisNetReplies::readsNothingOfUnknownReplies()
+void tst_TarvisNetReplies::readsNothing()
 {
-    ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/bytes"));
-    follow(*bench.client, reply);
+    QFETCH(const QNetworkReply::NetworkError, error);
+    QFETCH(const QString, message);
+
+    const ClientBench bench;
+    FakeReply reply(strangeUrl);
+    bench.follow(reply);
     reply.appendBody("unread");
+    reply.setError(error, "no such thing");
     Q_EMIT reply.readyRead();
 
-    QCOMPARE(bench.messages(),
-             QStringList("warning: <TarvisNet::replyReadyRead> Unrecognized reply"));
+    QCOMPARE(bench.messages(), QStringList(message));
     QCOMPARE(reply.bytesAvailable(), qint64(6));
     QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_TarvisNetReplies::delivers_data()
 {
-    QTest::addColumn<QString>("replyType");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QVariantList>("arguments");
+    QTest::addColumn<RequestKind>("kind");
     QTest::addColumn<QStringList>("messages");
-
-    const QVariant document = QVariant::fromValue(QJsonDocument::fromJson(jsonBody));
-    // The arguments stand without the URL and what follows it.
-    const auto row = [](const char *kind, const char *name, const QVariantList &arguments,
-                        const QStringList &messages = QStringList()) {
-        QTest::newRow(kind) << QString(kind) << QString(name) << arguments << messages;
+    const QString handled = "debug: <TarvisNet::handleReply> ";
+    const QMap<QByteArray, QString> texts = {
+        {"remoteInstaller", handled + "Installer finished"},
+        {"remoteInstallerCheckSum", handled + "Installer check summ finished"},
+        {"redirectReply", handled + "Redirect finished"},
+        {"something else", unknownType},
+        {"RAWGET", unknownType},
     };
-    row("remoteIndex", "s_fetchIndex", {document});
-    row("remoteDefinition", "s_fetchDefinition", {document});
-    row("remoteBinary", "s_finished", {});
-    row("remoteInstaller", "s_finished", {},
-        {"debug: <TarvisNet::handleReply> Installer finished"});
-    row("remoteInstallerChangeLog", "s_fetchInstallerChangeLogData", {jsonBody});
-    row("remoteInstallerCheckSum", "", {},
-        {"debug: <TarvisNet::handleReply> Installer check summ finished"});
-    row("rawGet", "s_rawGet", {document});
-    row("rawPost", "s_rawPost", {document});
-    row("rawGetFile", "s_rawGetFileFinished", {jsonBody});
-    row("rawPostFile", "s_rawPostFileFinished", {jsonBody});
-    row("rawPatch", "s_rawPathFinished", {document});
-    row("rawDelete", "s_rawDeleteFinished", {});
-    row("redirectReply", "", {}, {"debug: <TarvisNet::handleReply> Redirect finished"});
-    const QStringList unknown = {"warning: <TarvisNet::handleReply> Uknown reply type"};
-    row("something else", "s_errorChanged", {QVariant::fromValue(short(-215))}, unknown);
-    row("RAWGET", "s_errorChanged", {QVariant::fromValue(short(-215))}, unknown);
+    const auto row = [&texts](const RequestKind &kind) {
+        const QString text = texts.value(kind.name);
+        QTest::newRow(kind.name) << kind << (text.isEmpty() ? QStringList() : QStringList(text));
+    };
+    for (const RequestKind &kind : requestkinds::all())
+        row(kind);
+    row({"redirectReply"});
+    row({"something else", "GET", "", "s_errorChanged"});
+    row({"RAWGET", "GET", "", "s_errorChanged"});
 }
 
 void tst_TarvisNetReplies::delivers()
 {
-    QFETCH(QString, replyType);
-    QFETCH(QString, name);
-    QFETCH(QVariantList, arguments);
-    QFETCH(QStringList, messages);
+    QFETCH(const RequestKind, kind);
+    QFETCH(const QStringList, messages);
 
     ClientBench bench;
     bench.server.on("/answer", answers::bytes(jsonBody, 200, {{"X-Own", "yes"}}));
-    const FileData file = bench.file("file", quint64(jsonBody.size()));
     const QString url = bench.url("/answer?query=1");
-    QNetworkReply *reply = start(*bench.client, record(replyType, QUrl(url), file));
-    QList<QNetworkReply::RawHeaderPair> headers;
+    const QNetworkReply *reply =
+        bench.start(record(kind.name, QUrl(url), bench.file("file", quint64(jsonBody.size()))));
+    Headers headers;
     connect(reply, &QNetworkReply::metaDataChanged, this,
             [&headers, reply] { headers = reply->rawHeaderPairs(); });
     bench.recorder.clear();
     QVERIFY(bench.recorder.waitFor(removed));
 
-    QStringList emitted = withoutProgress(bench.recorder);
+    const QString name = kind.signal;
+    QStringList emitted = bench.emitted();
     emitted.removeAll("s_stopPing");
     QCOMPARE(emitted, (name.isEmpty() ? QStringList() : QStringList(name)) << removed);
-    QCOMPARE(messagesOfAnswer(bench), messages);
-    if (name.isEmpty())
-        return;
-    arguments << url;
-    if (name == "s_errorChanged")
-        arguments << QVariant::fromValue(QJsonDocument());
-    if (replyType.endsWith("File"))
-        arguments << QVariant::fromValue(headers);
-    const QVariantList seen = bench.recorder.last(name);
-    QCOMPARE(seen.size(), arguments.size());
-    if (replyType.endsWith("File")) {
+    QCOMPARE(bench.messagesOfAnswer(), messages);
+    QVariantList result = bench.recorder.last(name);
+    if (result.size() == 3 && QByteArray(kind.name).endsWith("File")) {
         QVERIFY(headers.contains({"X-Own", "yes"}));
-        QCOMPARE(seen.at(2).value<QList<QNetworkReply::RawHeaderPair>>(), headers);
+        QCOMPARE(result.takeLast().value<Headers>(), headers);
     }
-    QCOMPARE(seen.mid(0, 2), arguments.mid(0, 2));
-    if (name == "s_errorChanged")
-        QVERIFY(seen.at(2).toJsonDocument().isNull());
+    QVariantList expected;
+    if (!name.isEmpty())
+        expected = name == "s_errorChanged" ? failure(-215, url) : QVariantList{url};
+    if (kind.result == Result::Document)
+        expected.prepend(QJsonDocument::fromJson(jsonBody));
+    if (kind.result == Result::Bytes)
+        expected.prepend(jsonBody);
+    QCOMPARE(result, expected);
 }
 
 void tst_TarvisNetReplies::deliversWhatIsNotJson_data()
 {
-    QTest::addColumn<QString>("replyType");
-    QTest::addColumn<QString>("name");
+    QTest::addColumn<RequestKind>("kind");
     QTest::addColumn<QByteArray>("body");
-
-    const QList<QPair<const char *, const char *>> kinds = {
-        {"remoteIndex", "s_fetchIndex"},
-        {"remoteDefinition", "s_fetchDefinition"},
-        {"rawGet", "s_rawGet"},
-        {"rawPost", "s_rawPost"},
-        {"rawPatch", "s_rawPathFinished"},
-    };
-    const QList<QPair<const char *, QByteArray>> bodies = {
+    const QMap<const char *, QByteArray> bodies = {
         {"nothing", ""},
         {"a text", "not JSON"},
         {"a broken document", "{\"answer\":"},
         {"bytes", QByteArray("\xff\xfe\x00\x01", 4)},
     };
-    for (const auto &kind : kinds) {
-        for (const auto &body : bodies)
-            QTest::addRow("%s, %s", kind.first, body.first)
-                << QString(kind.first) << QString(kind.second) << body.second;
+    for (const RequestKind &kind : requestkinds::all()) {
+        if (kind.result != Result::Document)
+            continue;
+        for (auto body = bodies.begin(); body != bodies.end(); ++body)
+            QTest::addRow("%s, %s", kind.name, body.key()) << kind << *body;
     }
 }
 
 void tst_TarvisNetReplies::deliversWhatIsNotJson()
 {
-    QFETCH(QString, replyType);
-    QFETCH(QString, name);
-    QFETCH(QByteArray, body);
+    QFETCH(const RequestKind, kind);
+    QFETCH(const QByteArray, body);
 
     ClientBench bench;
     bench.server.on("/answer", answers::bytes(body));
-    add(*bench.client, record(replyType, bench.server.url("/answer")));
-    QVERIFY(bench.recorder.waitFor(name));
+    bench.add(record(kind.name, bench.server.url("/answer")));
+    QVERIFY(bench.recorder.waitFor(kind.signal));
 
-    QVERIFY(bench.recorder.last(name).at(0).toJsonDocument().isNull());
-    QCOMPARE(bench.recorder.last(name).at(1).toString(), bench.url("/answer"));
-    QCOMPARE(bench.recorder.count("s_errorChanged"), 0);
-    QCOMPARE(messagesOfAnswer(bench), QStringList());
+    QCOMPARE(bench.recorder.last(kind.signal),
+             QVariantList({QJsonDocument(), bench.url("/answer")}));
+    QCOMPARE(bench.errors(), QList<int>());
+    QCOMPARE(bench.messagesOfAnswer(), QStringList());
 }
 
-void tst_TarvisNetReplies::savesRawFiles_data()
+void tst_TarvisNetReplies::handlesReplyWithoutRecord_data()
 {
-    QTest::addColumn<bool>("isPost");
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QByteArray>("after");
-
-    for (const bool isPost : {false, true}) {
-        const char *verb = isPost ? "POST" : "GET";
-        QTest::addRow("%s, no file before", verb)
-            << isPost << QByteArray() << QByteArray("body") << QByteArray("body");
-        QTest::addRow("%s, a shorter file before", verb)
-            << isPost << QByteArray("xy") << QByteArray("body") << QByteArray("body");
-        QTest::addRow("%s, a longer file before keeps its tail", verb)
-            << isPost << QByteArray("0123456789") << QByteArray("body") << QByteArray("body456789");
-        QTest::addRow("%s, an empty body makes no file", verb)
-            << isPost << QByteArray() << QByteArray("") << QByteArray();
-        QTest::addRow("%s, an empty body touches no file", verb)
-            << isPost << QByteArray("0123") << QByteArray("") << QByteArray("0123");
-    }
-}
-
-void tst_TarvisNetReplies::savesRawFiles()
-{
-    QFETCH(bool, isPost);
-    QFETCH(QByteArray, before);
-    QFETCH(QByteArray, body);
-    QFETCH(QByteArray, after);
-
-    ClientBench bench;
-    const QString path = bench.path("saved");
-    if (!before.isNull())
-        files::write(path, before);
-    bench.server.on("/answer", answers::bytes(body, 200, {{"X-Own", "yes"}}));
-    const QUrl url = bench.server.url("/answer");
-    const QString name = isPost ? "s_rawPostFileFinished" : "s_rawGetFileFinished";
-    if (isPost)
-        bench.client->rawPostFile(url, path, "request");
-    else
-        bench.client->rawGetFile(url, path);
-    QVERIFY(bench.recorder.waitFor(name));
-
-    const QVariantList arguments = bench.recorder.last(name);
-    QCOMPARE(arguments.at(0).toByteArray(), body);
-    QCOMPARE(arguments.at(1).toString(), url.toString());
-    QVERIFY(
-        arguments.at(2).value<QList<QNetworkReply::RawHeaderPair>>().contains({"X-Own", "yes"}));
-    QCOMPARE(files::read(path).isNull(), after.isNull());
-    QCOMPARE(files::read(path), after);
-    QCOMPARE(messagesOfAnswer(bench), QStringList());
-}
-
-void tst_TarvisNetReplies::deliversRawFilesThatCannotBeSaved()
-{
-    ClientBench bench;
-    bench.server.on("/answer", answers::bytes("body"));
-    // A directory cannot be opened for writing, not even by root.
-    const QString path = bench.directory.path();
-    bench.client->rawGetFile(bench.server.url("/answer"), path);
-    QVERIFY(bench.recorder.waitFor("s_rawGetFileFinished"));
-
-    QCOMPARE(bench.recorder.last("s_rawGetFileFinished").at(0).toByteArray(), QByteArray("body"));
-    QCOMPARE(bench.recorder.count("s_errorChanged"), 0);
-    QCOMPARE(bench.messages(),
-             QStringList(line({"warning: Error opening file to save", quoted(path)})));
+    QTest::addColumn<QNetworkReply::NetworkError>("error");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QVariantList>("reported");
+    QTest::newRow("answered") << QNetworkReply::NoError << unknownType
+                              << failure(-215, strangeUrl.toString());
+    QTest::newRow("failed") << QNetworkReply::HostNotFoundError
+                            << line({"warning: <TarvisNet::handleReply> Network error: \n",
+                                     " code: ", "QNetworkReply::HostNotFoundError", "\n",
+                                     " text: ", quoted("nobody there"), "\n"})
+                            << QVariantList();
 }
 
 void tst_TarvisNetReplies::handlesReplyWithoutRecord()
 {
-    ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/unknown?a=1"));
-    callWithReply(*bench.client, "handleReply", &reply);
+    QFETCH(const QNetworkReply::NetworkError, error);
+    QFETCH(const QString, message);
+    QFETCH(const QVariantList, reported);
+
+    const ClientBench bench;
+    FakeReply reply(strangeUrl);
+    reply.setError(error, "nobody there");
+    bench.call("handleReply", &reply);
 
     QCOMPARE(bench.messages(),
-             QStringList({line({"warning: NO reply!", quoted("http://127.0.0.1/unknown?a=1")}),
-                          "warning: <TarvisNet::handleReply> Uknown reply type"}));
-    QCOMPARE(bench.recorder.names(), QStringList("s_errorChanged"));
-    const QVariantList arguments = bench.recorder.last("s_errorChanged");
-    QCOMPARE(arguments.at(0).value<short>(), short(-215));
-    QCOMPARE(arguments.at(1).toString(), reply.url().toString());
-    QVERIFY(arguments.at(2).toJsonDocument().isNull());
+             QStringList({line({"warning: NO reply!", quoted(strangeUrl.toString())}), message}));
+    QCOMPARE(bench.recorder.names().size(), reported.isEmpty() ? 0 : 1);
+    QCOMPARE(bench.error(), reported);
 }
 
-void tst_TarvisNetReplies::handlesFailedReplyWithoutRecord()
+void tst_TarvisNetReplies::reportsUnknownReply_data()
 {
-    ClientBench bench;
-    FakeReply reply(QUrl("http://127.0.0.1/unknown"));
-    reply.setError(QNetworkReply::HostNotFoundError, "nobody there");
-    callWithReply(*bench.client, "handleReply", &reply);
-
-    QCOMPARE(bench.messages(),
-             QStringList({line({"warning: NO reply!", quoted("http://127.0.0.1/unknown")}),
-                          line({"warning: <TarvisNet::handleReply> Network error: \n",
-                                " code: ", "QNetworkReply::HostNotFoundError", "\n",
-                                " text: ", quoted("nobody there"), "\n"})}));
-    QCOMPARE(bench.recorder.names(), QStringList());
+    QTest::addColumn<bool>("hasProbe");
+    QTest::addColumn<QStringList>("names");
+    QTest::newRow("without a probe") << false << QStringList("s_errorChanged");
+    QTest::newRow("with a probe") << true << QStringList({"s_errorChanged", "s_stopPing"});
 }
 
 void tst_TarvisNetReplies::reportsUnknownReply()
 {
+    QFETCH(const bool, hasProbe);
+    QFETCH(const QStringList, names);
+
     ClientBench bench;
-    QPointer<FakeReply> reply = new FakeReply(QUrl("http://127.0.0.1/unknown?a=1"));
-    follow(*bench.client, *reply);
+    if (hasProbe)
+        startWithheld(bench, "remoteBinary");
+    QPointer<FakeReply> reply = new FakeReply(strangeUrl);
+    bench.follow(*reply);
     // The error comes first: a receiver that runs what is due still finds the reply.
     bool isThere = false;
     connect(bench.client, &TarvisNet::s_errorChanged, this, [&isThere, reply] {
@@ -506,24 +360,10 @@ void tst_TarvisNetReplies::reportsUnknownReply()
 
     QVERIFY(isThere);
     QCOMPARE(bench.messages(), QStringList("warning: <TarvisNet::replyFinished> Uknown reply."));
-    QCOMPARE(bench.recorder.names(), QStringList("s_errorChanged"));
-    const QVariantList arguments = bench.recorder.last("s_errorChanged");
-    QCOMPARE(arguments.at(0).value<short>(), short(-215));
-    QCOMPARE(arguments.at(1).toString(), QString("http://127.0.0.1/unknown?a=1"));
-    QVERIFY(arguments.at(2).toJsonDocument().isNull());
+    QCOMPARE(bench.recorder.names(), names);
+    QCOMPARE(bench.error(), failure(-215, strangeUrl.toString()));
     QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
     QVERIFY(reply.isNull());
-}
-
-void tst_TarvisNetReplies::reportsUnknownReplyAndStopsTheProbe()
-{
-    ClientBench bench;
-    startWithheld(bench, "remoteBinary", bench.file("file", 10));
-    auto *reply = new FakeReply(QUrl("http://127.0.0.1/unknown"));
-    follow(*bench.client, *reply);
-    reply->finish();
-
-    QCOMPARE(bench.recorder.names(), QStringList({"s_errorChanged", "s_stopPing"}));
 }
 
 void tst_TarvisNetReplies::dropsRepliesOfTheProbe_data()
@@ -535,16 +375,14 @@ void tst_TarvisNetReplies::dropsRepliesOfTheProbe_data()
 
 void tst_TarvisNetReplies::dropsRepliesOfTheProbe()
 {
-    QFETCH(bool, isProbeSet);
+    QFETCH(const bool, isProbeSet);
 
     ClientBench bench;
-    QUrl url;
-    if (isProbeSet) {
-        startWithheld(bench, "remoteBinary", bench.file("file", 10));
-        url = bench.server.url(QString());
-    }
-    QPointer<FakeReply> reply = new FakeReply(url, bench.client);
-    follow(*bench.client, *reply);
+    if (isProbeSet)
+        startWithheld(bench, "remoteBinary");
+    const QUrl url = isProbeSet ? bench.server.url(QString()) : QUrl();
+    const QPointer<FakeReply> reply = new FakeReply(url, bench.client);
+    bench.follow(*reply);
     reply->finish();
 
     QCOMPARE(bench.messages(), QStringList());
@@ -557,13 +395,14 @@ void tst_TarvisNetReplies::stopsTheProbeAfterADownload()
 {
     ClientBench bench;
     bench.server.on("/file", answers::bytes("0123456789"));
-    add(*bench.client, record("remoteBinary", bench.server.url("/file"), bench.file("file", 10)));
+    bench.add(record("remoteBinary", bench.server.url("/file"), bench.file("file", 10)));
     QVERIFY(bench.recorder.waitFor("s_stopPing"));
 
     // The client starts the request before the recorder sees the emission that made it do so.
-    QCOMPARE(withoutProgress(bench.recorder),
+    QCOMPARE(bench.emitted(),
              QStringList({"s_startPing", removed, "s_finished", removed, "s_stopPing"}));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetReplies)
+
 #include "tst_tarvisnet_replies.moc"

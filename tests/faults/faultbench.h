@@ -3,7 +3,7 @@
 
 #include "clientbench.h"
 #include "endings.h"
-#include "requestkinds.h"
+#include "operations.h"
 
 #include <QtNetwork/QNetworkReply>
 

@@ -1,7 +1,7 @@
 #ifndef TARVISNET_TESTS_FAULTROWS_H
 #define TARVISNET_TESTS_FAULTROWS_H
 
-#include "requestkinds.h"
+#include "operations.h"
 #include "scriptedserver.h"
 
 #include <QtTest/QTest>

@@ -2,8 +2,8 @@
 #define TARVISNET_TESTS_PROCESSORRUN_H
 
 #include "endings.h"
+#include "operations.h"
 #include "processorbench.h"
-#include "requestkinds.h"
 
 #include <QtNetwork/QSslError>
 

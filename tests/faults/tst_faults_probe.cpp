@@ -1,3 +1,4 @@
+#include "answers.h"
 #include "clientbench.h"
 #include "endings.h"
 #include "files.h"

@@ -1,88 +1,39 @@
 #ifndef TARVISNET_TESTS_ROBUSTNESSSCENARIOS_H
 #define TARVISNET_TESTS_ROBUSTNESSSCENARIOS_H
 
+#include "operations.h"
+#include "properties.h"
 #include "robustnessstage.h"
 
 /// Every signal of the client with all the ways that it comes about.
 inline QList<Scenario> robustnessScenarios()
 {
     using Stage = RobustnessStage;
-    // A setter emits without any network.
-    const auto setter = [](const char *signal, const std::function<void(TarvisNet &)> &set) {
-        return Scenario{signal, "set", [set](Stage &stage) { set(*stage.client); }, false};
-    };
-    const auto local = [](const char *signal, const char *name,
+    using properties::Property;
+    const auto local = [](const QByteArray &signal, const QByteArray &name,
                           const std::function<void(Stage &)> &run) {
         return Scenario{signal, name, run, false};
     };
-    const auto fetch = [](const char *signal, const char *name,
-                          const std::function<void(TarvisNet &, const QUrl &)> &run) {
-        return Scenario{signal, name,
-                        [run](Stage &stage) { run(*stage.client, stage.address("/json")); }};
-    };
-    const auto invoke = [](const char *slot) {
-        return [slot](Stage &stage) {
-            QMetaObject::invokeMethod(stage.client, slot, Qt::DirectConnection);
-        };
-    };
+    const auto invoke = [](const char *slot) { return [slot](Stage &stage) { stage.call(slot); }; };
     const auto rawGet = [](const char *path) {
         return [path](Stage &stage) { stage.client->rawGet(stage.address(path)); };
     };
     const auto binary = [](Stage &stage) { stage.fetchBinary(); };
 
-    return {
-        setter("s_serverHostChanged", [](TarvisNet &c) { c.setServerHost("localhost"); }),
-        setter("s_serverPortChanged", [](TarvisNet &c) { c.setServerPort("1"); }),
-        setter("s_userNameChanged", [](TarvisNet &c) { c.setUserName("name"); }),
-        setter("s_userPasswordChanged", [](TarvisNet &c) { c.setUserPassword("secret"); }),
-        setter("s_urlChanged", [](TarvisNet &c) { c.setUrl("url"); }),
-        setter("s_installerFileNameChanged", [](TarvisNet &c) { c.setInstallerFileName("f"); }),
-        setter("s_installerFileSizeChanged", [](TarvisNet &c) { c.setInstallerFileSize(7); }),
-        setter("s_vtxIdChanged", [](TarvisNet &c) { c.setVtxId(c.generateVtxId()); }),
-        setter("s_vtxVersionChanged", [](TarvisNet &c) { c.setVtxVersion("2"); }),
-        setter("s_vtxNameChanged", [](TarvisNet &c) { c.setVtxName("name"); }),
-        setter("s_definitionPathChanged", [](TarvisNet &c) { c.setDefinitionPath("/d"); }),
-        setter("s_indexPathChaged", [](TarvisNet &c) { c.setIndexPath("/i"); }),
-        setter("s_installerPathChanged", [](TarvisNet &c) { c.setInstallerPath("/p"); }),
-        setter("s_installerChangeLogPathChanged",
-               [](TarvisNet &c) { c.setInstallerChangeLogPath("/l"); }),
-        setter("s_installerCheckSumPathChanged",
-               [](TarvisNet &c) { c.setInstallerCheckSumPath("/s"); }),
-        setter("s_parallelRequestCountChanged",
-               [](TarvisNet &c) { c.setParallelRequestsCount(3); }),
-        setter("s_outputDirChanged", [](TarvisNet &c) { c.setOutputDirectory("/tmp/out"); }),
-        setter("s_temporaryDirChange", [](TarvisNet &c) { c.setTemporaryDirectory("/tmp/t"); }),
-        setter("s_pingAlwaysOnChanged", [](TarvisNet &c) { c.setPingAlwaysOn(true); }),
-        setter("s_stopProcessChanged", [](TarvisNet &c) { c.setStopProcess(true); }),
+    QList<Scenario> scenarios = {
         local("s_stopProcessChanged", "abort a list",
               [](Stage &stage) { stage.client->abortDownload(QStringList("/x")); }),
 
-        fetch("s_fetchDefinition", "fetch",
-              [](TarvisNet &c, const QUrl &url) { c.fetchDefinition(url); }),
-        fetch("s_fetchIndex", "fetch", [](TarvisNet &c, const QUrl &url) { c.fetchIndex(url); }),
-        fetch("s_fetchInstallerChangeLogData", "fetch",
-              [](TarvisNet &c, const QUrl &url) { c.fetchInstallerChangeLog(url); }),
-        fetch("s_rawGet", "raw", [](TarvisNet &c, const QUrl &url) { c.rawGet(url); }),
-        fetch("s_rawGet", "forced", [](TarvisNet &c, const QUrl &url) { c.forceRawGet(url); }),
-        fetch("s_rawPost", "raw", [](TarvisNet &c, const QUrl &url) { c.rawPost(url, "body"); }),
-        fetch("s_rawPathFinished", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawPath(url, "body"); }),
-        fetch("s_rawDeleteFinished", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawDelete(url, "body"); }),
-        fetch("s_rawGetFileFinished", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawGetFile(url); }),
-        fetch("s_rawPostFileFinished", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawPostFile(url); }),
-        fetch("s_downloadFileProgress", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawGet(url); }),
-        fetch("s_downloadFileBytesProgress", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawGet(url); }),
+        {"s_rawGet", "forced",
+         [](Stage &stage) { stage.client->forceRawGet(stage.address("/json")); }},
+        {"s_downloadFileProgress", "raw", rawGet("/json")},
+        {"s_downloadFileBytesProgress", "raw", rawGet("/json")},
         {"s_downloadFileProgress", "binary", binary},
         {"s_downloadFileBytesProgress", "binary", binary},
-        fetch("s_uploadFileProgress", "raw",
-              [](TarvisNet &c, const QUrl &url) { c.rawPost(url, QByteArray(8 << 20, 'x')); }),
-        fetch("s_finished", "installer",
-              [](TarvisNet &c, const QUrl &url) { c.fetchInstaller(url); }),
+        {"s_uploadFileProgress", "raw",
+         [](Stage &stage) {
+             stage.client->rawPost(stage.address("/json"), QByteArray(8 << 20, 'x'));
+         }},
         {"s_finished", "binary", binary},
         {"s_startPing", "binary", binary},
         {"s_stopPing", "binary", binary},
@@ -160,6 +111,19 @@ inline QList<Scenario> robustnessScenarios()
         local("s_errorChanged", "missing certificate",
               [](Stage &stage) { Q_EMIT stage.stranger()->encrypted(); }),
     };
+    for (const Property &property : properties::all()) {
+        const auto set = [property](Stage &stage) { property.set(*stage.client, property.first); };
+        if (property.changed)
+            scenarios.append(local(property.signal(), property.name, set));
+    }
+    for (const RequestKind &kind : requestkinds::all()) {
+        const auto ask = [kind](Stage &stage) {
+            requestkinds::start(*stage.client, kind, stage.address("/json"), QString(), 0);
+        };
+        if (kind.result != Result::Nothing && !kind.isBinary())
+            scenarios.append({kind.signal, kind.name, ask});
+    }
+    return scenarios;
 }
 
 #endif // TARVISNET_TESTS_ROBUSTNESSSCENARIOS_H

@@ -39,7 +39,6 @@ struct RobustnessStage : ClientBench {
             const QUrl target = server.url(request.path().mid(prefix.size()));
             response.send(302, {{"Location", target.toEncoded()}});
         });
-        client->setTemporaryDirectory(directory.path());
     }
 
     /// The address of \a path, by way of a redirect if the road has one.
@@ -49,7 +48,7 @@ struct RobustnessStage : ClientBench {
     }
     void add(const QString &replyType, const QString &path, const FileData &file = FileData()) const
     {
-        clientaccess::add(*client, clientaccess::record(replyType, address(path), file));
+        ClientBench::add(clientaccess::record(replyType, address(path), file));
     }
     /// A redirected download finds its file in place, because it collects none itself.
     void fetchBinary()
@@ -63,7 +62,7 @@ struct RobustnessStage : ClientBench {
     FakeReply *stranger()
     {
         auto *reply = new FakeReply(QUrl("https://127.0.0.1/stranger"), &strangers);
-        clientaccess::follow(*client, *reply);
+        follow(*reply);
         return reply;
     }
 
@@ -73,8 +72,8 @@ struct RobustnessStage : ClientBench {
 
 /// What makes the client emit a signal.
 struct Scenario {
-    const char *signal;
-    const char *name;
+    QByteArray signal;
+    QByteArray name;
     std::function<void(RobustnessStage &)> run;
     /// Whether there is a difference between the roads.
     bool usesNetwork = true;

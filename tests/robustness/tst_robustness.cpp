@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <iterator>
 
-using namespace clientaccess;
-
 using Mode = ScriptedServer::Mode;
 
 /// Does something to the client when it emits a signal for the n-th time.
@@ -106,10 +104,7 @@ const NamedAction otherActions[] = {
          for (int i = 0; i < 10; ++i)
              stage.client->forceRawGet(stage.server.url("/more"));
      }},
-    {"clear",
-     [](RobustnessStage &stage) {
-         QMetaObject::invokeMethod(stage.client, "clearReplies", Qt::DirectConnection);
-     }},
+    {"clear", [](RobustnessStage &stage) { stage.call("clearReplies"); }},
 };
 
 /// Waits for the answer to a raw GET of \a url among others.
@@ -133,8 +128,8 @@ void addScenarioRows(const NamedAction *begin, const NamedAction *end)
     for (const Scenario &scenario : robustnessScenarios()) {
         for (const Road &road : roads) {
             for (const NamedAction *action = begin; action != end; ++action)
-                QTest::addRow("%s in %s, %s, %s", action->name, scenario.signal, scenario.name,
-                              road.name)
+                QTest::addRow("%s in %s, %s, %s", action->name, scenario.signal.constData(),
+                              scenario.name.constData(), road.name)
                     << road << scenario << action->act;
             if (!scenario.usesNetwork)
                 break;
@@ -345,11 +340,11 @@ void tst_Robustness::diesWhileRequestsRun()
     else if (state != "not even connected")
         QVERIFY(stage.recorder.waitFor("s_downloadFileProgress", 1, patience));
     stage.recorder.clear();
-    const int active = repliesOf(*stage.client).size();
+    const int active = stage.replies().size();
     delete stage.client;
 
     QCOMPARE(stage.recorder.count("s_aborted"), active);
-    QStringList names = withoutProgress(stage.recorder);
+    QStringList names = stage.emitted();
     names.removeAll("s_aborted");
     names.removeAll("s_repliesCountChanged");
     names.removeAll("s_stopPing");

@@ -14,11 +14,7 @@ using namespace clientaccess;
 using Mode = ScriptedServer::Mode;
 using Script = std::function<void(HttpResponse &)>;
 
-/// How a request may end.
-enum class Outcome { Succeeds, Fails, Either };
-
 Q_DECLARE_METATYPE(Script)
-Q_DECLARE_METATYPE(Outcome)
 
 namespace {
 
@@ -64,21 +60,6 @@ int runFetch(const QUrl &url, const QString &path)
     return result;
 }
 
-void addModes()
-{
-    QTest::addColumn<ScriptedServer::Mode>("mode");
-    QTest::newRow("HTTP") << Mode::Http;
-    QTest::newRow("HTTPS") << Mode::Https;
-}
-
-QByteArray manyHeaders(int count)
-{
-    QByteArray headers;
-    for (int i = 0; i < count; ++i)
-        headers += "X-Header-" + QByteArray::number(i) + ": " + QByteArray(100, 'v') + "\r\n";
-    return headers;
-}
-
 } // namespace
 
 /// Servers that answer anything, for ever, or too much.
@@ -99,20 +80,12 @@ void tst_RobustnessServers::hostileAnswers_data()
 {
     QTest::addColumn<ScriptedServer::Mode>("mode");
     QTest::addColumn<Script>("script");
-    QTest::addColumn<Outcome>("outcome");
     QTest::addColumn<QByteArray>("body");
 
-    const auto row = [](const char *name, const Script &script, Outcome outcome,
-                        const QByteArray &body = QByteArray()) {
-        QTest::addRow("%s, HTTP", name) << Mode::Http << script << outcome << body;
-        QTest::addRow("%s, HTTPS", name) << Mode::Https << script << outcome << body;
-    };
-    const auto fails = [row](const char *name, const Script &script) {
-        row(name, script, Outcome::Fails);
-    };
-    // Whether Qt takes such a body for complete depends on how the bytes come in.
-    const auto fallsBack = [row](const char *name, const Script &script) {
-        row(name, script, Outcome::Either);
+    // Without a body it is to fail.
+    const auto rows = [](const char *name, const Script &script, const QByteArray &body) {
+        QTest::addRow("%s, HTTP", name) << Mode::Http << script << body;
+        QTest::addRow("%s, HTTPS", name) << Mode::Https << script << body;
     };
     const auto raw = [](const QByteArray &bytes) {
         return [bytes](HttpResponse &response) {
@@ -120,57 +93,21 @@ void tst_RobustnessServers::hostileAnswers_data()
             response.finish();
         };
     };
-    const auto chunked = [raw](const QByteArray &body) {
-        return raw("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + body);
-    };
-    const auto announced = [raw](const QByteArray &length, const QByteArray &body) {
-        return raw("HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\n" + body);
-    };
-
-    fails("rubbish", raw("this is no HTTP at all\r\n\r\nreally not"));
-    fails("bytes", raw(HttpResponse::generated(0, 10000)));
-    fails("another protocol", raw("SSH-2.0-server\r\n"));
-    fails("closed at once", [](HttpResponse &response) { response.cut(); });
-    fails("reset at once", [](HttpResponse &response) { response.reset(); });
-    fails("half a status line", raw("HTTP/1."));
-    fails("half a head", raw("HTTP/1.1 200 OK\r\nContent-Le"));
-    fails("endless headers", raw("HTTP/1.1 200 OK\r\n" + manyHeaders(1000)));
-    row("many headers",
-        raw("HTTP/1.1 200 OK\r\n" + manyHeaders(1000) + "Content-Length: 4\r\n\r\nbody"),
-        Outcome::Succeeds, "body");
-    row("a long header",
-        raw("HTTP/1.1 200 OK\r\nX-Long: " + QByteArray(MiB, 'x')
-            + "\r\nContent-Length: 4\r\n\r\nbody"),
-        Outcome::Succeeds, "body");
-    row("many interim answers",
-        raw(QByteArray("HTTP/1.1 100 Continue\r\n\r\n").repeated(50)
-            + "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody"),
-        Outcome::Succeeds, "body");
-    fails("a body shorter than announced", [announced](HttpResponse &response) {
-        response.cork();
-        announced("1000", "only a little")(response);
-    });
-    row("a body longer than announced", announced("4", "body and more"), Outcome::Succeeds, "body");
-    fallsBack("an absurd length", announced("9223372036854775807", "body"));
-    row("a length that is no number", announced("many", "body"), Outcome::Succeeds, "body");
-    row("a negative length", announced("-5", "body"), Outcome::Succeeds, "body");
-    fallsBack("a body that is reset", [](HttpResponse &response) {
-        response.sendHead(200, {}, 1000);
-        response.write("only a little");
-        response.reset();
-    });
-    fallsBack("a chunk that is cut", chunked("10\r\nonly a"));
-    fallsBack("chunks without an end", chunked("4\r\nbody\r\n"));
-    fallsBack("a chunk size that is no number", chunked("zz\r\nbody\r\n0\r\n\r\n"));
-    fallsBack("a negative chunk size", chunked("-4\r\nbody\r\n0\r\n\r\n"));
-    fallsBack("an absurd chunk size", chunked("7fffffffffffffff\r\nbody\r\n0\r\n\r\n"));
+    const QByteArray good = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
+    rows("bytes", raw(HttpResponse::generated(0, 10000)), QByteArray());
+    rows("half a head", raw("HTTP/1.1 200 OK\r\nContent-Le"), QByteArray());
+    rows(
+        "reset at once", [](HttpResponse &response) { response.reset(); }, QByteArray());
+    rows("more than announced", raw(good + " and more"), "body");
+    rows("many interim answers",
+         raw(QByteArray("HTTP/1.1 100 Continue\r\n\r\n").repeated(50) + good), "body");
 }
 
+// In what ways an answer may be wrong is in the tests of faults; here the client goes on after it.
 void tst_RobustnessServers::hostileAnswers()
 {
     QFETCH(ScriptedServer::Mode, mode);
     QFETCH(Script, script);
-    QFETCH(Outcome, outcome);
     QFETCH(QByteArray, body);
 
     ClientBench bench(mode);
@@ -181,20 +118,12 @@ void tst_RobustnessServers::hostileAnswers()
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 2, 10000));
 
     const QString url = bench.url("/hostile");
-    const int results = bench.recorder.count("s_rawGetFileFinished");
-    QCOMPARE(results + bench.recorder.count("s_errorChanged"), 1);
-    if (outcome != Outcome::Either)
-        QCOMPARE(results, outcome == Outcome::Succeeds ? 1 : 0);
-    if (outcome == Outcome::Succeeds) {
-        QCOMPARE(bench.recorder.last("s_rawGetFileFinished").mid(0, 2), QVariantList({body, url}));
-    } else if (results == 0) {
-        const QVariantList arguments = bench.recorder.last("s_errorChanged");
-        QCOMPARE(arguments.mid(0, 2), QVariantList({QVariant::fromValue(short(-203)), url}));
-        QVERIFY(arguments.at(2).toJsonDocument().isNull());
-    }
+    const QVariantList result = bench.recorder.last("s_rawGetFileFinished").mid(0, 2);
+    QCOMPARE(result, body.isNull() ? QVariantList() : QVariantList({body, url}));
+    QCOMPARE(bench.error(), body.isNull() ? failure(-203, url) : QVariantList());
+    QCOMPARE(bench.errors().size(), body.isNull() ? 1 : 0);
 
-    // The client still works.
-    bench.client->rawGet(bench.server.url("/marker"));
+    bench.get({"/marker"});
     QVERIFY(bench.recorder.waitFor("s_rawGet"));
 }
 
@@ -263,7 +192,7 @@ void tst_RobustnessServers::collectsManySmallPieces()
         response.dribble(body, 4096);
         response.finish();
     });
-    QNetworkReply *reply = start(*bench.client, record("rawGetFile", bench.server.url("/bytes")));
+    QNetworkReply *reply = bench.start(record("rawGetFile", bench.server.url("/bytes")));
     int pieces = 0;
     connect(reply, &QIODevice::readyRead, this, [&pieces] { ++pieces; });
     QVERIFY(bench.recorder.waitFor("s_rawGetFileFinished", 1, patience));

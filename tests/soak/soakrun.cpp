@@ -1,6 +1,6 @@
 #include "soakrun.h"
 
-#include "clientaccess.h"
+#include "clientbench.h"
 #include "processfigures.h"
 
 #include <QtCore/QFileInfo>
