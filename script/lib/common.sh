@@ -36,8 +36,35 @@ quietly() {
     return "$status"
 }
 
+# The comment at the top of a script is its help.
+show_help() {
+    sed -n '2,/^$/s/^# \{0,1\}//p' "$0"
+    exit 0
+}
+
+# at_exit COMMAND: however the script ends.
+at_exit() {
+    # shellcheck disable=SC2064
+    trap "$1" EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+}
+
 # build PRESET: configures and builds everything.
 build() {
     quietly cmake --preset "$1"
     cmake --build --preset "$1" --parallel "$(nproc)"
+}
+
+# configure_in DIRECTORY PRESET [OPTION]...: apart from what script/test builds, which may be at work
+# at the same time.
+configure_in() {
+    quietly cmake --preset "$2" -B "$1" "${@:3}"
+}
+
+# build_in DIRECTORY [TARGET]...
+build_in() {
+    local directory=$1
+    shift
+    cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"}
 }

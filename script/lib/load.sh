@@ -2,7 +2,6 @@
 # What script/soak and script/crowd share: a place in memory, an nginx for many connections that
 # logs what a connection costs, and the release build. Sourced after common.sh and nginx.sh.
 
-# Apart from what script/test builds, which may be at work at the same time.
 # shellcheck disable=SC2034,SC2154
 build_directory=$root/build/load
 
@@ -39,8 +38,8 @@ END
 build_program() {
     script/bootstrap --test --soak
     heading "Building $1"
-    quietly cmake --preset release -B "$build_directory"
-    cmake --build "$build_directory" --parallel "$(nproc)" --target "$1"
+    configure_in "$build_directory" release
+    build_in "$build_directory" "$1"
 }
 
 # The machine that figures hold for.

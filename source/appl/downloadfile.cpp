@@ -9,8 +9,8 @@
 
 namespace {
 
-// Stays in the processor's cache between reading and writing. Smaller pieces wake the network
-// thread more often.
+// Small enough to stay in the processor's cache between reading and writing. Smaller pieces would
+// wake the network thread more often.
 constexpr qint64 pieceSize = 1024 * 1024;
 
 void dropAvailable(QNetworkReply *reply)

@@ -14,7 +14,7 @@
 
 namespace {
 
-/// An open file, for as long as it is looked at.
+/// Keeps a file or directory open while it is looked at.
 class Descriptor {
 public:
     Descriptor(const QByteArray &path, int flags)
@@ -46,8 +46,8 @@ bool isLikeCopy(const struct stat &file, const struct stat &directory)
         && file.st_gid == groupOfCopy && (file.st_mode & lostBits) == 0;
 }
 
-/// A copy fails on a full disk, so a move must not succeed there: what is incomplete because the
-/// disk was full would count as the finished file.
+/// Where a copy would fail because the disk is full, a move must not succeed: a file that is
+/// incomplete for that very reason would count as finished.
 bool hasRoomForCopy(const struct stat &file, int directory)
 {
     struct statvfs system = {};
@@ -72,7 +72,7 @@ bool savedfile::moveLikeCopy(const QString &source, const QString &destination)
         return false;
     if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) != 0)
         return false;
-    // A copy is as old as its making.
+    // A copy would have been made just now.
     futimens(file.number(), nullptr);
     return true;
 }

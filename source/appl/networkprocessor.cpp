@@ -1,137 +1,26 @@
 #include "networkprocessor.h"
 
-#include "downloadfile_p.h"
 #include "errorcodes.h"
 #include "lifetime_p.h"
-#include "replytools_p.h"
+#include "networkprocessor_p.h"
+#include "readbuffer_p.h"
+#include "replyinfo_p.h"
 
-#include <QtCore/QHash>
 #include <QtCore/QPointer>
-#include <QtCore/QSharedPointer>
-#include <QtNetwork/QNetworkAccessManager>
-#include <QtNetwork/QSslConfiguration>
 
-#include <functional>
-
-namespace {
-
-constexpr MessageLog messages("../../source/appl/networkprocessor");
-constexpr replytools::Engine engine = {messages, "NetworkProcessor", QtDebugMsg};
-
-/// A reply that finished without an error.
-struct Answer {
-    const char *function;
-    QString url;
-    ReplyData record;
-};
-
-using Delivery = void (*)(NetworkProcessor &processor, const Answer &answer);
-
-template <void (NetworkProcessor::*signal)(QJsonDocument, QString)>
-void deliverJson(NetworkProcessor &processor, const Answer &answer)
-{
-    Q_EMIT std::invoke(signal, processor, QJsonDocument::fromJson(answer.record.data), answer.url);
-}
-
-void deliverDownload(NetworkProcessor &processor, const Answer &answer)
-{
-    Q_EMIT processor.s_finished(answer.url);
-}
-
-void deliverChangeLog(NetworkProcessor &processor, const Answer &answer)
-{
-    const QPointer<NetworkProcessor> guard(&processor);
-    const QByteArray &body = answer.record.data;
-    // As a C string: a NUL byte ends the text.
-    Q_EMIT processor.s_fetchInstallerChangeLog(QString::fromUtf8(body.constData()), answer.url);
-    if (guard)
-        Q_EMIT processor.s_fetchInstallerChangeLogData(body, answer.url);
-}
-
-void deliverFile(NetworkProcessor &processor, const Answer &answer)
-{
-    const ReplyData &record = answer.record;
-    if (!record.data.isEmpty()
-        && !savedfile::overwriteStart(record.fileData.filePath, record.data)) {
-        messages.debug(answer.function) << "<TarvisNet::handleReply> Error opening file to save.";
-    }
-    messages.debug(answer.function) << "<TarvisNet::handleReply> Raw file get finished";
-    Q_EMIT processor.s_rawGetFileFinished(answer.url);
-}
-
-void deliverUnknown(NetworkProcessor &processor, const Answer &answer)
-{
-    Q_EMIT processor.s_errorChanged(errorcodes::unknown_reply, answer.url);
-}
-
-void deliverNothing(NetworkProcessor & /*processor*/, const Answer & /*answer*/) {}
-
-struct Route {
-    QLatin1String replyType;
-    /// Logged first; null when the delivery has its own.
-    const char *text;
-    Delivery deliver;
-};
-
-// The texts have always named the client, whose answers these once were.
-constexpr Route routes[] = {
-    {replies::redirect_reply, "<TarvisNet::handleReply> Redirect finished", deliverNothing},
-    {replies::remote_index, "<TarvisNet::handleReply> Index finished",
-     deliverJson<&NetworkProcessor::s_fetchIndex>},
-    {replies::remote_definition, "<TarvisNet::handleReply> Definition finished",
-     deliverJson<&NetworkProcessor::s_fetchDefinition>},
-    {replies::remote_binary, "<TarvisNet::handleReply> Binary finished", deliverDownload},
-    {replies::remote_installer, "<TarvisNet::handleReply> Installer finished", deliverDownload},
-    {replies::remote_installer_log, "<TarvisNet::handleReply> Installer change log finished",
-     deliverChangeLog},
-    {replies::remote_installer_sum, "<TarvisNet::handleReply> Installer check summ finished",
-     deliverNothing},
-    {replies::raw_get, "<TarvisNet::handleReply> Raw get finished",
-     deliverJson<&NetworkProcessor::s_rawGet>},
-    {replies::raw_post, "<TarvisNet::handleReply> Raw post finished",
-     deliverJson<&NetworkProcessor::s_rawPost>},
-    {replies::raw_get_file, nullptr, deliverFile},
-};
-
-constexpr Route unknownRoute = {QLatin1String(), "<TarvisNet::handleReply> Uknown reply",
-                                deliverUnknown};
-
-} // namespace
-
-/// A request in flight.
-struct ActiveRequest {
-    ReplyData record;
-    DownloadFile file;
-};
-
-struct NetworkProcessorPrivate {
-    /// Files a reply that was just sent, unless it is known already.
-    void file(QNetworkReply *reply, const ReplyData &record)
-    {
-        if (activeReplies.contains(reply))
-            return;
-        if (replytools::isFileKind(record.replyType))
-            replytools::limitReadBuffer(reply, record.fileData.size);
-        const FileData &file = record.fileData;
-        activeReplies.insert(reply, {record, DownloadFile(file.filePath, file.size)});
-    }
-
-    QSharedPointer<QNetworkAccessManager> manager;
-    QSslConfiguration sslConfiguration;
-    QHash<QNetworkReply *, ActiveRequest> activeReplies;
-};
+#include <utility>
 
 NetworkProcessor::NetworkProcessor(QObject *parent)
     : QObject(parent)
     , d(new NetworkProcessorPrivate)
 {
     d->manager.reset(new QNetworkAccessManager);
-    messages.debug(Q_FUNC_INFO) << "NetworkProcessor ctor";
+    processorLog.debug(Q_FUNC_INFO) << "NetworkProcessor ctor";
 }
 
 NetworkProcessor::~NetworkProcessor()
 {
-    messages.debug(Q_FUNC_INFO) << "NetworkProcessor dtor";
+    processorLog.debug(Q_FUNC_INFO) << "NetworkProcessor dtor";
 }
 
 void NetworkProcessor::startGet(ReplyData _data)
@@ -181,33 +70,33 @@ void NetworkProcessor::replyReadyRead()
     if (!reply)
         return;
     const ActiveCall call(this, d->manager);
-    const auto active = d->activeReplies.find(reply);
-    ReplyData *record = active == d->activeReplies.end() ? nullptr : &active->record;
-    if (replytools::collect(engine, Q_FUNC_INFO, reply, record))
+    const auto found = d->activeReplies.find(reply);
+    Transfer *transfer = found == d->activeReplies.end() ? nullptr : &*found;
+    if (collectArrived(processorEngine, Q_FUNC_INFO, d->rules, reply, transfer))
         saveBinary(reply);
     if (reply)
-        replytools::releaseUnreadBytes(reply);
+        readbuffer::releaseUnread(reply);
 }
 
 void NetworkProcessor::saveBinary(QNetworkReply *_reply)
 {
     if (!d->activeReplies.contains(_reply)) {
-        messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::saveBinary> Unrecognized reply";
+        processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::saveBinary> Unrecognized reply";
         return;
     }
-    ActiveRequest &active = d->activeReplies[_reply];
+    Transfer &active = d->activeReplies[_reply];
     if (active.record.fileData.filePath.isEmpty())
         return;
     if (active.file.append(_reply) == DownloadFile::Append::OpenFailed) {
-        messages.debug(Q_FUNC_INFO)
+        processorLog.debug(Q_FUNC_INFO)
             << "<NetworkProcessor::saveBinary> Error opening file to write.";
-        Q_EMIT s_errorChanged(errorcodes::file_open_failed, replytools::urlText(_reply));
+        Q_EMIT s_errorChanged(errorcodes::file_open_failed, replyinfo::urlText(_reply));
     }
 }
 
 void NetworkProcessor::replyFinished()
 {
-    messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyFinished>";
+    processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyFinished>";
     const QPointer<QNetworkReply> reply = qobject_cast<QNetworkReply *>(sender());
     if (redirectReply(reply))
         return;
@@ -217,7 +106,7 @@ void NetworkProcessor::replyFinished()
         if (!call.ownerGone())
             d->activeReplies.remove(reply);
     } else {
-        messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyFinished> Uknown reply.";
+        processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyFinished> Uknown reply.";
         Q_EMIT s_errorChanged(errorcodes::unknown_reply, QString());
     }
     if (reply) {
@@ -228,18 +117,18 @@ void NetworkProcessor::replyFinished()
 
 bool NetworkProcessor::redirectReply(QNetworkReply *_reply)
 {
-    const std::optional<QUrl> target = replytools::redirectTarget(_reply);
+    const std::optional<QUrl> target = replyinfo::redirectTarget(_reply);
     if (!target)
         return false;
-    messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> redirect reply: "
-                                << target->toString();
+    processorLog.debug(Q_FUNC_INFO)
+        << "<NetworkProcessor::redirectReply> redirect reply: " << target->toString();
     if (d->activeReplies.contains(_reply)) {
-        messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> Find previos target, "
-                                       "set to redirect attribute";
+        processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> Find previos target, "
+                                           "set to redirect attribute";
     }
-    const ReplyData record = d->activeReplies.value(_reply).record;
-    d->file(get(replytools::redirectRequest(*target, d->sslConfiguration)), record);
-    messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> redirect send.";
+    const Transfer transfer = d->activeReplies.value(_reply);
+    d->file(get(d->rules.redirectRequest(*target, d->sslConfiguration)), transfer);
+    processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::redirectReply> redirect send.";
     return true;
 }
 
@@ -247,21 +136,16 @@ void NetworkProcessor::handleReply(QNetworkReply *_reply)
 {
     if (!_reply || _reply->error() != QNetworkReply::NoError)
         return;
-    const Answer answer = {Q_FUNC_INFO, replytools::urlText(_reply),
-                           d->activeReplies.value(_reply).record};
-    const Route *known = replytools::findRow(routes, answer.record.replyType);
-    const Route &route = known ? *known : unknownRoute;
-    if (route.text)
-        messages.debug(Q_FUNC_INFO) << route.text;
-    route.deliver(*this, answer);
+    NetworkProcessorPrivate::deliver(*this, Q_FUNC_INFO, replyinfo::urlText(_reply),
+                                     d->activeReplies.value(_reply));
 }
 
 void NetworkProcessor::replyError(QNetworkReply::NetworkError code)
 {
-    messages.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyError> Network error: \n"
-                                << " code: " << code << "\n";
-    const QString url = replytools::urlText(qobject_cast<QNetworkReply *>(sender()));
-    const short errorCode = replytools::errorRule(code).processorCode;
+    processorLog.debug(Q_FUNC_INFO) << "<NetworkProcessor::replyError> Network error: \n"
+                                    << " code: " << code << "\n";
+    const QString url = replyinfo::urlText(qobject_cast<QNetworkReply *>(sender()));
+    const short errorCode = d->rules.errorRule(code).processorCode;
     const ActiveCall call(this, d->manager);
     if (errorCode != 0)
         Q_EMIT s_errorChanged(errorCode, url);
@@ -270,7 +154,7 @@ void NetworkProcessor::replyError(QNetworkReply::NetworkError code)
 void NetworkProcessor::replySslErrors(QList<QSslError> listErr)
 {
     const ActiveCall call(this, d->manager);
-    if (!replytools::logSslErrors(engine, Q_FUNC_INFO, listErr))
+    if (!replylog::logSslErrors(processorEngine, Q_FUNC_INFO, listErr))
         Q_EMIT s_errorChanged(errorcodes::ssl_error_list_empty, QString());
     else if (auto *reply = qobject_cast<QNetworkReply *>(sender()))
         reply->ignoreSslErrors();
@@ -279,16 +163,16 @@ void NetworkProcessor::replySslErrors(QList<QSslError> listErr)
 void NetworkProcessor::replyDownloadProgress(qlonglong _received, qlonglong _total)
 {
     auto *reply = qobject_cast<QNetworkReply *>(sender());
-    const QString url = replytools::urlText(reply);
+    const QString url = replyinfo::urlText(reply);
     const FileData file = d->activeReplies.value(reply).record.fileData;
     const qlonglong loaded = _received + file.resumeOffset;
     const quint64 full = file.size;
     // Unguarded on purpose: without a size the percentage is infinite, and receivers know that.
-    const double percentage = replytools::percentage(loaded, full);
-    messages.debug(Q_FUNC_INFO) << "DownloadProgress "
-                                << " received: " << _received << " total: " << _total
-                                << " loaded: " << loaded << " full: " << full
-                                << " complete: " << percentage << " % ";
+    const double percentage = replyinfo::percentage(loaded, full);
+    processorLog.debug(Q_FUNC_INFO)
+        << "DownloadProgress "
+        << " received: " << _received << " total: " << _total << " loaded: " << loaded
+        << " full: " << full << " complete: " << percentage << " % ";
     const ActiveCall call(this, d->manager);
     Q_EMIT s_downloadFileBytesProgress(loaded, qlonglong(full), url);
     if (!call.ownerGone())
@@ -297,20 +181,39 @@ void NetworkProcessor::replyDownloadProgress(qlonglong _received, qlonglong _tot
 
 void NetworkProcessor::replyUploadProgress(qlonglong _sent, qlonglong _total)
 {
-    constexpr replytools::UploadTexts texts = {
+    constexpr replylog::UploadTexts texts = {
         "<NetworkProcessor::replyUploadProgress> Upload complete",
         "<NetworkProcessor::replyUploadProgress> No bytes avalible"};
-    const QString url = replytools::urlText(qobject_cast<QNetworkReply *>(sender()));
+    const QString url = replyinfo::urlText(qobject_cast<QNetworkReply *>(sender()));
     const ActiveCall call(this, d->manager);
     if (const std::optional<double> percentage =
-            replytools::uploadPercentage(engine, Q_FUNC_INFO, texts, _sent, _total))
+            replylog::uploadPercentage(processorEngine, Q_FUNC_INFO, texts, _sent, _total))
         Q_EMIT s_uploadFileProgress(*percentage, url);
 }
 
 void NetworkProcessor::debugHeader(QNetworkReply *_reply)
 {
-    constexpr replytools::HeaderTexts texts = {"<NetworkProcessor::debugHeader> Header: ",
-                                               "<NetworkProcessor::debugHeader> Content-Length: "};
+    constexpr replylog::HeaderTexts texts = {"<NetworkProcessor::debugHeader> Header: ",
+                                             "<NetworkProcessor::debugHeader> Content-Length: "};
     if (_reply)
-        replytools::logHeaders(engine, Q_FUNC_INFO, texts, _reply);
+        replylog::logHeaders(processorEngine, Q_FUNC_INFO, texts, _reply);
+}
+
+void NetworkProcessorPrivate::file(QNetworkReply *reply, Transfer transfer)
+{
+    if (activeReplies.contains(reply))
+        return;
+    const FileData &file = transfer.record.fileData;
+    if (replyinfo::isFileKind(transfer.record.replyType))
+        readbuffer::limit(reply, file.size);
+    transfer.file = DownloadFile(file.filePath, file.size);
+    activeReplies.insert(reply, transfer);
+}
+
+void NetworkProcessorPrivate::file(QNetworkReply *reply, const ReplyData &record)
+{
+    Transfer transfer;
+    transfer.record = record;
+    transfer.answer = std::exchange(transfer.record.data, QByteArray());
+    file(reply, transfer);
 }

@@ -45,7 +45,7 @@ void PendingQueue::append(const ReplyData &record)
 
 bool PendingQueue::appendNew(const ReplyData &record)
 {
-    // Hashing a request costs as much as all else here: once has to do.
+    // Hashing a request costs as much as everything else here, so it is done once.
     const uint hash = qHash(record);
     if (contains(record, hash))
         return false;

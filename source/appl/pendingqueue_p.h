@@ -8,8 +8,8 @@
 #include <map>
 #include <set>
 
-/// The requests that wait to be sent, in the order they came. Two indexes keep looking for an equal
-/// request and removing the requests of a path independent of the queue's length.
+/// The requests that wait to be sent, in the order they came. Thanks to two indexes, finding an
+/// equal request and removing the requests of a path take no longer in a long queue.
 class PendingQueue {
 public:
     bool isEmpty() const { return m_entries.empty(); }

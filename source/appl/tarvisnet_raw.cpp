@@ -6,8 +6,8 @@
 
 namespace {
 
-/// The texts that refuse a raw operation. Some are bare or name another operation; logs have always
-/// read so.
+/// The texts that refuse a raw operation. Some are bare or name another operation: that is how logs
+/// have always read.
 struct RefusalTexts {
     const char *emptyText;
     const char *invalidUrl;
@@ -64,8 +64,8 @@ QNetworkRequest requestWithHeaders(TarvisNetPrivate &client, const QUrl &url,
                                    QLatin1String defaultType, const HeadersMap &headers,
                                    const RawHeadersMap &rawHeaders)
 {
-    // Whoever gives a user agent, an empty one too, does not want to send the client's, which names
-    // the installation.
+    // An application that gives a user agent, even an empty one, does not want to send the
+    // client's, which names the installation.
     QNetworkRequest request = headers.contains(QNetworkRequest::UserAgentHeader)
         ? client.request(url, defaultType)
         : client.documentRequest(url, defaultType);
@@ -84,7 +84,7 @@ void queueFile(TarvisNetPrivate &client, QLatin1String replyType, const QUrl &ur
 {
     if (!savePath.isEmpty())
         client.rawFileSavePath = savePath;
-    client.queue(replyType, client.documentRequest(url, mime::wwwForm), data);
+    client.add(newRecord(replyType, client.documentRequest(url, mime::wwwForm), data));
 }
 
 void getFile(TarvisNetPrivate &client, const char *function, const QUrl &url,
@@ -107,7 +107,8 @@ void TarvisNet::rawGet(QUrl _rawUrl, HeadersMap _headers, RawHeadersMap _rawHead
 {
     if (!acceptUrl(*d, Q_FUNC_INFO, getTexts, _rawUrl))
         return;
-    d->queue(replies::raw_get, requestWithHeaders(*d, _rawUrl, mime::json, _headers, _rawHeaders));
+    d->add(newRecord(replies::raw_get,
+                     requestWithHeaders(*d, _rawUrl, mime::json, _headers, _rawHeaders)));
 }
 
 void TarvisNet::rawGet(QString _rawPath)
@@ -121,8 +122,8 @@ void TarvisNet::rawPost(QUrl _rawUrl, QByteArray _data, HeadersMap _headers,
 {
     if (!acceptUrl(*d, Q_FUNC_INFO, postTexts, _rawUrl))
         return;
-    d->queue(replies::raw_post,
-             requestWithHeaders(*d, _rawUrl, mime::wwwForm, _headers, _rawHeaders), _data);
+    d->add(newRecord(replies::raw_post,
+                     requestWithHeaders(*d, _rawUrl, mime::wwwForm, _headers, _rawHeaders), _data));
 }
 
 void TarvisNet::rawPost(QString _rawPath, QString _data)
@@ -136,14 +137,14 @@ void TarvisNet::rawPath(QUrl _rawUrl, QByteArray _data, HeadersMap _headers,
 {
     if (!acceptUrl(*d, Q_FUNC_INFO, patchTexts, _rawUrl))
         return;
-    d->queue(replies::raw_patch, requestWithHeaders(*d, _rawUrl, mime::json, _headers, _rawHeaders),
-             _data);
+    d->add(newRecord(replies::raw_patch,
+                     requestWithHeaders(*d, _rawUrl, mime::json, _headers, _rawHeaders), _data));
 }
 
 void TarvisNet::rawDelete(QUrl _rawUrl, QByteArray _data)
 {
     if (acceptUrl(*d, Q_FUNC_INFO, deleteTexts, _rawUrl))
-        d->queue(replies::raw_delete, d->documentRequest(_rawUrl, mime::json), _data);
+        d->add(newRecord(replies::raw_delete, d->documentRequest(_rawUrl, mime::json), _data));
 }
 
 void TarvisNet::rawGetFile(QUrl _rawFileUrl, QString _savePath)
@@ -172,10 +173,7 @@ void TarvisNet::forceRawGet(QUrl _rawUrl)
 {
     if (!acceptUrl(*d, Q_FUNC_INFO, forceGetTexts, _rawUrl))
         return;
-    ReplyData record;
-    record.replyType = replies::raw_get;
-    record.request = d->documentRequest(_rawUrl, mime::json);
-    forceAddRequest(record);
+    forceAddRequest(newRecord(replies::raw_get, d->documentRequest(_rawUrl, mime::json)));
 }
 
 void TarvisNet::forceRawGet(QString _rawPath)

@@ -6,18 +6,22 @@
 #include "remoteping.h"
 #include "signalrecorder.h"
 
+#include <QtCore/QCoreApplication>
+#include <QtCore/QEvent>
 #include <QtCore/QScopedPointer>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QTimer>
 #include <QtCore/QUrl>
 
 /// A RemotePing on a manager that sends nothing, driven step by step, so that what depends on its
-/// ticks does not depend on time. Its own timer is too slow to get in between.
+/// ticks does not depend on time. Its own timer is too slow to get in between. The messages of its
+/// construction are forgotten.
 struct PingBench {
     PingBench()
     {
         ping->setUrl(QUrl(QStringLiteral("http://127.0.0.1:8080")));
         ping->setPeriod(3600 * 1000);
+        log.clear();
     }
 
     static QTimer *timerOf(const RemotePing &ping)
@@ -47,6 +51,23 @@ struct PingBench {
     {
         call("sendPing");
         return manager->last().reply;
+    }
+
+    /// How often each reply was aborted, in the order of sending; -1 for one that is deleted.
+    QList<int> aborts() const
+    {
+        QList<int> calls;
+        for (int i = 0; i < manager->count(); ++i) {
+            const FakeReply *reply = manager->at(i).reply;
+            calls.append(reply ? reply->abortCalls() : -1);
+        }
+        return calls;
+    }
+
+    /// Runs the deletions that were asked for.
+    static void releaseDeleted()
+    {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
     LogCapture log;

@@ -1,6 +1,7 @@
 #ifndef TARVISNET_TESTS_PROCESSORBENCH_H
 #define TARVISNET_TESTS_PROCESSORBENCH_H
 
+#include "answers.h"
 #include "awaiter.h"
 #include "fakereply.h"
 #include "logcapture.h"
@@ -12,6 +13,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEvent>
 #include <QtCore/QPointer>
+#include <QtCore/QTemporaryDir>
 
 #include <algorithm>
 
@@ -38,56 +40,18 @@ inline ReplyData fileRecord(const QString &replyType, const QUrl &url, const QSt
     return data;
 }
 
-/// What was emitted besides progress reports.
-inline QList<SignalCall> outcomes(const SignalRecorder &recorder)
+/// Emissions, each as the signal's name and its arguments.
+using Emissions = QList<QVariantList>;
+
+template <typename... Arguments>
+QVariantList emission(const char *signal, const Arguments &...arguments)
 {
-    QList<SignalCall> found;
-    for (const SignalCall &call : recorder.calls()) {
-        if (!call.name.endsWith(QLatin1String("Progress")))
-            found.append(call);
-    }
-    return found;
+    return {QString(signal), QVariant::fromValue(arguments)...};
 }
 
-inline QStringList outcomeNames(const SignalRecorder &recorder)
+inline QVariantList failure(short code, const QString &url)
 {
-    QStringList names;
-    for (const SignalCall &call : outcomes(recorder))
-        names.append(call.name);
-    return names;
-}
-
-/// Arguments of s_errorChanged.
-inline QVariantList error(short code, const QString &url)
-{
-    return {QVariant::fromValue(code), url};
-}
-
-/// The processor's own messages of one level that contain \a part.
-inline QStringList texts(const LogCapture &log, const QString &part = QString(),
-                         QtMsgType type = QtDebugMsg)
-{
-    QStringList found;
-    for (const LogEntry &entry : log.from(sourceFile)) {
-        if (entry.type == type && entry.text.contains(part))
-            found.append(entry.text);
-    }
-    return found;
-}
-
-/// Has the processor follow a reply that the test drives. It has no record.
-inline QPointer<FakeReply> follow(NetworkProcessor &processor, const QUrl &url = QUrl())
-{
-    auto *reply = new FakeReply(url, &processor);
-    QMetaObject::invokeMethod(&processor, "createReplyConnections", Qt::DirectConnection,
-                              Q_ARG(QNetworkReply *, reply));
-    return reply;
-}
-
-/// Runs the deletion that the processor has asked for.
-inline void deleteNow(QObject *object)
-{
-    QCoreApplication::sendPostedEvents(object, QEvent::DeferredDelete);
+    return emission("s_errorChanged", code, url);
 }
 
 /// Finds the replies that a processor keeps to itself, by the events that they get.
@@ -130,5 +94,82 @@ private:
 };
 
 } // namespace processorbench
+
+/// A processor with a server to talk to, and everything that it says. The messages of its
+/// construction are forgotten.
+struct ProcessorBench {
+    explicit ProcessorBench(ScriptedServer::Mode mode = ScriptedServer::Mode::Http)
+        : server(mode)
+    {
+        log.clear();
+    }
+    ~ProcessorBench() { delete processor; }
+
+    QString path(const QString &name = QStringLiteral("file")) const
+    {
+        return directory.filePath(name);
+    }
+    QString url(const QString &path = QStringLiteral("/")) const
+    {
+        return server.url(path).toString();
+    }
+
+    void start(const ReplyData &data, bool isPost = false, const QByteArray &body = "body") const
+    {
+        isPost ? processor->startPost(data, body) : processor->startGet(data);
+    }
+    /// Starts a request and waits until its reply is deleted.
+    bool run(const ReplyData &data, bool isPost = false, const QByteArray &body = "body")
+    {
+        start(data, isPost, body);
+        return replies.waitUntilGone();
+    }
+    /// Calls a private slot by its name.
+    template <typename... Arguments>
+    void call(const char *slot, Arguments... arguments) const
+    {
+        if (!QMetaObject::invokeMethod(processor, slot, Qt::DirectConnection, arguments...))
+            qFatal("NetworkProcessor has no slot %s", slot);
+    }
+    /// Has the processor follow a reply that the test drives. It has no record.
+    QPointer<FakeReply> follow(const QUrl &url = QUrl()) const
+    {
+        auto *reply = new FakeReply(url, processor);
+        call("createReplyConnections", Q_ARG(QNetworkReply *, reply));
+        return reply;
+    }
+
+    /// What was emitted besides progress reports.
+    processorbench::Emissions outcomes() const
+    {
+        processorbench::Emissions found;
+        for (const SignalCall &call : recorder.calls()) {
+            if (!call.name.endsWith(QLatin1String("Progress")))
+                found.append(QVariantList{call.name} + call.args);
+        }
+        return found;
+    }
+    /// The processor's own messages of one level that contain \a part.
+    QStringList texts(const QString &part = QString(), QtMsgType type = QtDebugMsg) const
+    {
+        QStringList found;
+        for (const LogEntry &entry : log.from(processorbench::sourceFile)) {
+            if (entry.type == type && entry.text.contains(part))
+                found.append(entry.text);
+        }
+        return found;
+    }
+    QStringList warnings() const { return texts(QString(), QtWarningMsg); }
+
+    QTemporaryDir directory;
+    ScriptedServer server;
+    LogCapture log;
+    processorbench::ReplyCatcher replies;
+    QPointer<NetworkProcessor> processor{new NetworkProcessor};
+    SignalRecorder recorder{processor};
+
+private:
+    Q_DISABLE_COPY(ProcessorBench)
+};
 
 #endif // TARVISNET_TESTS_PROCESSORBENCH_H

@@ -39,6 +39,31 @@ forEachKind(const std::function<void(const char *scheme, Mode mode, const Reques
     }
 }
 
+/// A row for every kind of request over both protocols, in the columns "mode" and "kind".
+inline void addKinds()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<RequestKind>("kind");
+    forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
+        QTest::addRow("%s, %s", kind.name, scheme) << mode << kind;
+    });
+}
+
+/// The same for every one of \a faults, in the column "fault".
+template <typename Fault>
+void addFaultsInBothModes(const QList<Fault> &faults)
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<RequestKind>("kind");
+    QTest::addColumn<Fault>("fault");
+    forEachKind([&faults](const char *scheme, Mode mode, const RequestKind &kind) {
+        for (const Fault &fault : faults) {
+            QTest::addRow("%s, %s, %s", fault.name.constData(), kind.name, scheme)
+                << mode << kind << fault;
+        }
+    });
+}
+
 /// A row for every one of \a faults with every kind of request, in the columns "fault" and "kind".
 template <typename Fault>
 void addFaults(const QList<Fault> &faults)

@@ -46,18 +46,11 @@ QStringList resultSignals(const RequestKind &kind, const QByteArray &body, const
 
 } // namespace
 
-ProcessorRun::ProcessorRun(const RequestKind &requestKind, const QUrl &address, qulonglong size,
-                           const QString &saveFolder)
-    : kind(requestKind)
-    , url(address.toString())
-    , folder(saveFolder)
+void ProcessorRun::ask(const QUrl &url, qulonglong size)
 {
-    log.clear();
-    const ReplyData record = processorbench::fileRecord(kind.name, address, path(), size);
-    if (QByteArray(kind.verb) == "POST")
-        processor.startPost(record, "asked");
-    else
-        processor.startGet(record);
+    m_url = url.toString();
+    start(processorbench::fileRecord(m_kind.name, url, path(), size),
+          QByteArray(m_kind.verb) == "POST", "asked");
 }
 
 QStringList ProcessorRun::said() const
@@ -73,8 +66,8 @@ QStringList ProcessorRun::said() const
 QStringList ProcessorRun::expectedSignals(const Ending &ending) const
 {
     if (ending.error == QNetworkReply::NoError)
-        return resultSignals(kind, ending.body, url);
-    return {endings::signalText("s_errorChanged", {codeOf(ending.error), url})};
+        return resultSignals(m_kind, ending.body, m_url);
+    return {endings::signalText("s_errorChanged", {codeOf(ending.error), m_url})};
 }
 
 QStringList ProcessorRun::expectedMessages(const Ending &ending,
@@ -88,10 +81,10 @@ QStringList ProcessorRun::expectedMessages(const Ending &ending,
                 + QSslError(error).errorString() + '"';
     }
     if (ending.error == QNetworkReply::NoError) {
-        const QString text = finishedTexts.value(kind.name, "Uknown reply");
+        const QString text = finishedTexts.value(m_kind.name, "Uknown reply");
         return messages << finished << "<TarvisNet::handleReply> " + text;
     }
-    if (kind.isFile() && !ending.body.isEmpty() && ending.status >= 400) {
+    if (m_kind.isFile() && !ending.body.isEmpty() && ending.status >= 400) {
         const QString text =
             ending.status >= 500 ? "Server error:  " : "Client or network error:  ";
         messages << "<NetworkProcessor::replyReadyRead> " + text + QString::number(ending.status);

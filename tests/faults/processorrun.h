@@ -5,16 +5,17 @@
 #include "operations.h"
 #include "processorbench.h"
 
-#include <QtCore/QTemporaryDir>
 #include <QtNetwork/QSslError>
 
-/// One request of a processor, from its start to the deletion of its reply.
-struct ProcessorRun {
-    /// A file is saved in \a folder; without one, in a directory of the run's own.
-    ProcessorRun(const RequestKind &kind, const QUrl &url, qulonglong size,
-                 const QString &folder = QString());
+/// One request of a processor, from its start to the deletion of its reply, to a server that fails.
+struct ProcessorRun : ProcessorBench {
+    ProcessorRun(ScriptedServer::Mode mode, const RequestKind &kind)
+        : ProcessorBench(mode)
+        , m_kind(kind)
+    {
+    }
 
-    QString path() const { return (folder.isEmpty() ? directory.path() : folder) + "/file"; }
+    void ask(const QUrl &url, qulonglong size);
 
     /// What was logged besides progress, repetitions once.
     QStringList said() const;
@@ -24,14 +25,9 @@ struct ProcessorRun {
     QStringList expectedMessages(const Ending &ending,
                                  const QList<QSslError::SslError> &tlsErrors) const;
 
-    const RequestKind kind;
-    const QString url;
-    const QString folder;
-    QTemporaryDir directory;
-    LogCapture log;
-    processorbench::ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder{&processor};
+private:
+    const RequestKind m_kind;
+    QString m_url;
 };
 
 #endif // TARVISNET_TESTS_PROCESSORRUN_H

@@ -137,6 +137,35 @@ QList<ServedFault> oddities()
 
 } // namespace
 
+void ServedFault::serve(ScriptedServer &server, HttpResponse &answer) const
+{
+    server.on("/fault", [this, &answer](const HttpRequest &, HttpResponse &response) {
+        answer = response;
+        if (isAtOnce)
+            response.cork();
+        begin(response);
+        if (endsAtOnce())
+            end(response);
+    });
+}
+
+void ServedFault::endBehind(QNetworkReply *reply, HttpResponse &answer) const
+{
+    if (!endsAtOnce()) {
+        QObject::connect(
+            reply, &QIODevice::readyRead, reply, [this, &answer] { end(answer); },
+            Qt::QueuedConnection);
+    }
+}
+
+::Ending ServedFault::outcome(ScriptedServer::Mode mode, QNetworkReply::NetworkError seen) const
+{
+    // There Qt takes a body that breaks off for cut or for whole, as its thread happens to run.
+    const bool isOpen = mode == ScriptedServer::Mode::Http
+        && error == QNetworkReply::RemoteHostClosedError && !endsAtOnce();
+    return {isOpen && seen == noError ? noError : error, status, body};
+}
+
 void ServedFault::end(HttpResponse &response) const
 {
     switch (ending) {
@@ -156,7 +185,7 @@ QList<ServedFault> servedFaults()
 
 QList<Refusal> refusals()
 {
-    return {
+    const QMap<int, QNetworkReply::NetworkError> errors = {
         {401, QNetworkReply::AuthenticationRequiredError},
         {403, QNetworkReply::ContentAccessDenied},
         {404, QNetworkReply::ContentNotFoundError},
@@ -169,9 +198,10 @@ QList<Refusal> refusals()
         {500, QNetworkReply::InternalServerError},
         {503, QNetworkReply::ServiceUnavailableError},
     };
-}
-
-QList<QByteArray> refusalBodies()
-{
-    return {R"({"error":"refused"})", "refused", ""};
+    QList<Refusal> all;
+    for (auto error = errors.begin(); error != errors.end(); ++error) {
+        for (const char *body : {R"({"error":"refused"})", "refused", ""})
+            all.append({QByteArray::number(error.key()) + ' ' + body, {*error, error.key(), body}});
+    }
+    return all;
 }

@@ -1,9 +1,8 @@
 #ifndef TARVISNET_TESTS_SERVEDFAULTS_H
 #define TARVISNET_TESTS_SERVEDFAULTS_H
 
+#include "endings.h"
 #include "scriptedserver.h"
-
-#include <QtNetwork/QNetworkReply>
 
 #include <functional>
 
@@ -26,28 +25,31 @@ struct ServedFault {
     /// Whether body and ending come in one.
     bool isAtOnce = false;
 
+    /// Has \a server answer so to "/fault", and keeps the answer in \a answer.
+    void serve(ScriptedServer &server, HttpResponse &answer) const;
+    /// Ends \a answer once \a reply has read of it, unless it has ended at once.
+    void endBehind(QNetworkReply *reply, HttpResponse &answer) const;
+    /// How the request ends, given the error that was \a seen.
+    ::Ending outcome(ScriptedServer::Mode mode, QNetworkReply::NetworkError seen) const;
+
+private:
     void end(HttpResponse &response) const;
     bool endsAtOnce() const { return isAtOnce || body.isEmpty(); }
-    /// Whether the outcome is open over HTTP: there Qt takes a body that breaks off for cut or for
-    /// whole, as its thread happens to run.
-    bool mayLookWhole() const
-    {
-        return error == QNetworkReply::RemoteHostClosedError && !endsAtOnce();
-    }
 };
 
 Q_DECLARE_METATYPE(ServedFault)
 
 QList<ServedFault> servedFaults();
 
-/// A status by which a server refuses, and what Qt makes of it.
+/// A status and a body by which a server refuses, and what Qt makes of it.
 struct Refusal {
-    int status;
-    QNetworkReply::NetworkError error;
+    QByteArray name;
+    Ending ending;
 };
 
+Q_DECLARE_METATYPE(Refusal)
+
+/// Each status with JSON, with something else, and with nothing.
 QList<Refusal> refusals();
-/// JSON, something else, and nothing.
-QList<QByteArray> refusalBodies();
 
 #endif // TARVISNET_TESTS_SERVEDFAULTS_H

@@ -8,59 +8,34 @@
 
 using faultrows::Mode;
 
-/// Servers that break off, frame falsely, or answer something else, for every kind of request.
+/// Servers that break off, frame falsely, answer something else or refuse, for every kind of
+/// request.
 class tst_FaultsAnswers : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void failsInTheAnswer_data();
+    void failsInTheAnswer_data() { faultrows::addFaultsInBothModes(servedFaults()); }
     void failsInTheAnswer();
-    void endlessAnswerIsAborted_data();
+    void refuses_data() { faultrows::addFaultsInBothModes(refusals()); }
+    void refuses();
+    void endlessAnswerIsAborted_data() { faultrows::addKinds(); }
     void endlessAnswerIsAborted();
 };
-
-void tst_FaultsAnswers::failsInTheAnswer_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<ServedFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        for (const ServedFault &fault : servedFaults()) {
-            QTest::addRow("%s, %s, %s", fault.name.constData(), kind.name, scheme)
-                << mode << fault << kind;
-        }
-    });
-}
 
 void tst_FaultsAnswers::failsInTheAnswer()
 {
     QFETCH(Mode, mode);
-    QFETCH(ServedFault, fault);
     QFETCH(RequestKind, kind);
+    QFETCH(ServedFault, fault);
 
     FaultBench bench(mode);
     HttpResponse answer;
-    bench.server.on("/fault", [&](const HttpRequest &, HttpResponse &response) {
-        answer = response;
-        if (fault.isAtOnce)
-            response.cork();
-        fault.begin(response);
-        if (fault.endsAtOnce())
-            fault.end(response);
-    });
+    fault.serve(bench.server, answer);
     bench.start(kind, fault.size);
-    if (!fault.endsAtOnce()) {
-        connect(
-            bench.reply(), &QIODevice::readyRead, this, [&] { fault.end(answer); },
-            Qt::QueuedConnection);
-    }
+    fault.endBehind(bench.reply(), answer);
     QVERIFY(bench.waitUntilGone());
 
-    const bool mayLookWhole = mode == Mode::Http && fault.mayLookWhole();
-    const QNetworkReply::NetworkError error =
-        mayLookWhole && bench.error() == QNetworkReply::NoError ? bench.error() : fault.error;
-    const Ending ending = {error, fault.status, fault.body};
+    const Ending ending = fault.outcome(mode, bench.error());
     QCOMPARE(bench.seen(), bench.expectedSignals(kind, ending));
     QCOMPARE(bench.said(), bench.expectedMessages(kind, ending));
     // Qt asks again, up to four times in all, when it got no answer.
@@ -69,7 +44,7 @@ void tst_FaultsAnswers::failsInTheAnswer()
         QCOMPARE(request.method, QByteArray(kind.verb));
 
     // A failed download keeps what it has; one that ended counts as whole, whatever it has.
-    const bool hasFailed = error != QNetworkReply::NoError;
+    const bool hasFailed = ending.error != QNetworkReply::NoError;
     const bool isSaved = QByteArray(kind.signal).contains("File") && !hasFailed;
     const QByteArray none;
     QCOMPARE(files::read(bench.temporary()), kind.isBinary() && hasFailed ? fault.body : none);
@@ -77,13 +52,23 @@ void tst_FaultsAnswers::failsInTheAnswer()
              isSaved || (kind.isBinary() && !hasFailed) ? fault.body : none);
 }
 
-void tst_FaultsAnswers::endlessAnswerIsAborted_data()
+void tst_FaultsAnswers::refuses()
 {
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<RequestKind>("kind");
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        QTest::addRow("%s, %s", kind.name, scheme) << mode << kind;
-    });
+    QFETCH(Mode, mode);
+    QFETCH(RequestKind, kind);
+    QFETCH(Refusal, fault);
+
+    FaultBench bench(mode);
+    bench.server.on("/fault", answers::bytes(fault.ending.body, fault.ending.status));
+    bench.start(kind);
+    QVERIFY(bench.waitUntilGone());
+
+    QCOMPARE(bench.seen(), bench.expectedSignals(kind, fault.ending));
+    QCOMPARE(bench.said(), bench.expectedMessages(kind, fault.ending));
+    QCOMPARE(bench.server.requests().size(), 1);
+    QCOMPARE(bench.server.requests().constFirst().method, QByteArray(kind.verb));
+    QVERIFY(!QFileInfo::exists(bench.temporary()));
+    QVERIFY(!QFileInfo::exists(bench.destination()));
 }
 
 // Chunk upon chunk and no end, until the application has enough. A pause comes in the end: while

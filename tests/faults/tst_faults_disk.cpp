@@ -1,7 +1,7 @@
 #include "faultbench.h"
 #include "faultrows.h"
 #include "files.h"
-#include "processorrun.h"
+#include "processorbench.h"
 #include "smalldisk.h"
 
 #include <QtCore/QCoreApplication>
@@ -10,6 +10,8 @@
 #include <QtTest/QTest>
 
 #include <cstring>
+
+using namespace processorbench;
 
 using faultrows::Mode;
 
@@ -174,24 +176,23 @@ void tst_FaultsDisk::processorDropsWhatAFullDiskDoesNotTake()
 {
     QFETCH(Mode, mode);
 
-    ScriptedServer server(mode);
-    server.on("/fault", answers::generatedFile(total));
+    ProcessorBench bench(mode);
+    bench.server.on("/fault", answers::generatedFile(total));
     SmallDisk disk(room);
-    ProcessorRun run(requestkinds::of(replies::remote_binary), server.url("/fault"), total,
-                     disk.path("."));
-    QVERIFY(run.replies.waitUntilGone());
+    const ReplyData download =
+        fileRecord(replies::remote_binary, bench.server.url("/fault"), disk.path("file"), total);
+    QVERIFY(bench.run(download));
     QVERIFY(files::read(disk.path("file")) == HttpResponse::generated(0, room));
-    QCOMPARE(processorbench::outcomeNames(run.recorder), QStringList("s_finished"));
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", bench.url("/fault"))});
 
     disk.resize(4 * total);
-    server.on("/fault", [](const HttpRequest &, HttpResponse &response) {
+    bench.server.on("/fault", [](const HttpRequest &, HttpResponse &response) {
         response.sendHead(206, {}, total - room);
         response.writeGenerated(total - room, room);
         response.finish();
     });
-    ProcessorRun rest(requestkinds::of(replies::remote_binary), server.url("/fault"), total,
-                      disk.path("."));
-    QVERIFY(rest.replies.waitUntilGone());
+    bench.start(download);
+    QVERIFY(bench.recorder.waitFor("s_finished", 2));
     QVERIFY(files::read(disk.path("file")) == HttpResponse::generated(0, total));
 }
 

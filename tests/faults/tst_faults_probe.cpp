@@ -1,13 +1,8 @@
-#include "answers.h"
 #include "clientbench.h"
 #include "endings.h"
 #include "files.h"
-#include "logcapture.h"
-#include "scriptedserver.h"
 
 #include <QtCore/QFileInfo>
-#include <QtCore/QScopedPointer>
-#include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 #include <QtNetwork/QTcpServer>
 #include <QtTest/QTest>
@@ -37,10 +32,26 @@ struct RootAnswer {
     bool refuses = false;
 };
 
+/// A client whose probe gives up after \a timeout.
+struct ProbingBench : ClientBench {
+    ProbingBench(Mode mode, int timeout)
+        : ClientBench(mode)
+    {
+        client->setTemporaryDirectory(directory.path());
+        client->setPingTimeout(timeout);
+        recorder.clear();
+    }
+
+    void download(const QUrl &url)
+    {
+        client->fetchBinary(url, path("file"), qulonglong(content.size()));
+    }
+};
+
 /// A download that a server withholds, so that only the probe tells whether the server lives.
-struct Download {
+struct Download : ProbingBench {
     explicit Download(const RootAnswer &root)
-        : server(root.mode)
+        : ProbingBench(root.mode, timeoutMsec)
     {
         server.on("/", root.answer);
         const bool refuses = root.refuses;
@@ -50,18 +61,10 @@ struct Download {
             if (refuses)
                 server.refuse();
         });
-        client.setTemporaryDirectory(directory.path());
-        client.setPingTimeout(timeoutMsec);
-        recorder.clear();
-        client.fetchBinary(server.url("/file"), directory.filePath("file"),
-                           qulonglong(content.size()));
+        download(server.url("/file"));
     }
 
-    QTemporaryDir directory;
     HttpResponse held;
-    ScriptedServer server;
-    TarvisNet client;
-    SignalRecorder recorder{&client};
 };
 
 QList<RootAnswer> rootAnswers()
@@ -95,7 +98,7 @@ class tst_FaultsProbe : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { m_downloads.clear(); }
     void rootAnswersTheProbe_data();
     void rootAnswersTheProbe();
     void portAbove32767_data() { addSchemes(); }
@@ -106,21 +109,13 @@ private Q_SLOTS:
 private:
     static void addSchemes();
 
-    QScopedPointer<LogCapture> m_log;
     std::vector<std::unique_ptr<Download>> m_downloads;
 };
 
 void tst_FaultsProbe::initTestCase()
 {
-    m_log.reset(new LogCapture);
     for (const RootAnswer &root : rootAnswers())
         m_downloads.push_back(std::make_unique<Download>(root));
-}
-
-void tst_FaultsProbe::cleanupTestCase()
-{
-    m_downloads.clear();
-    m_log.reset();
 }
 
 void tst_FaultsProbe::addSchemes()
@@ -145,7 +140,7 @@ void tst_FaultsProbe::rootAnswersTheProbe()
     QFETCH(bool, isAlive);
 
     Download &download = *m_downloads.at(size_t(index));
-    const QString url = download.server.url("/file").toString();
+    const QString url = download.url("/file");
     QStringList expected = {"s_startPing|-1", "s_repliesCountChanged"};
     if (isAlive) {
         // More pings than the time-out would have allowed.
@@ -156,15 +151,14 @@ void tst_FaultsProbe::rootAnswersTheProbe()
                  << "s_stopPing";
     } else {
         QVERIFY(download.recorder.waitFor("s_errorChanged"));
-        const QString root = download.server.url("").toString();
         expected << "s_repliesCountChanged"
                  << "s_stopPing" << signalText("s_aborted", {url})
-                 << signalText("s_errorChanged", {-203, root, QJsonDocument()});
+                 << signalText("s_errorChanged", {-203, download.url(""), QJsonDocument()});
     }
     QCOMPARE(endings::seen(download.recorder), expected);
     // What was held back until then is the whole file, or none of it.
-    QCOMPARE(files::read(download.directory.filePath("file")), isAlive ? content : QByteArray());
-    QVERIFY(!QFileInfo::exists(download.directory.filePath("file.vtxdownload")));
+    QCOMPARE(files::read(download.path("file")), isAlive ? content : QByteArray());
+    QVERIFY(!QFileInfo::exists(download.path("file.vtxdownload")));
 }
 
 // The probe keeps its port in a signed number of 16 bits. It cannot ask such a server, and so takes
@@ -177,24 +171,18 @@ void tst_FaultsProbe::portAbove32767()
     quint16 port = 32768;
     while (!server.listen(QHostAddress::LocalHost, port))
         ++port;
-    QTemporaryDir directory;
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    client.setTemporaryDirectory(directory.path());
-    client.setPingTimeout(500);
-    recorder.clear();
-    m_log->clear();
+    ProbingBench bench(Mode::Http, 500);
     const QString url = QString("%1://127.0.0.1:%2/file").arg(scheme).arg(port);
-    client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
-    QVERIFY(recorder.waitFor("s_errorChanged"));
+    bench.download(QUrl(url));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
-    QCOMPARE(endings::seen(recorder),
+    QCOMPARE(endings::seen(bench.recorder),
              QStringList({"s_startPing|-1", "s_repliesCountChanged", "s_repliesCountChanged",
                           "s_stopPing", signalText("s_aborted", {url}),
                           signalText("s_errorChanged", {-203, QString(), QJsonDocument()})}));
-    QCOMPARE(m_log->texts(QtWarningMsg).filter("Incorrect URL:"),
+    QCOMPARE(bench.log.texts(QtWarningMsg).filter("Incorrect URL:"),
              QStringList("Incorrect URL: \"\""));
-    QCOMPARE(m_log->originFault(probeFile), QString());
+    QCOMPARE(bench.log.originFault(probeFile), QString());
 }
 
 // The download of a server that is gone fails by itself, before the first ping.
@@ -202,18 +190,13 @@ void tst_FaultsProbe::refusedConnection()
 {
     QFETCH(QString, scheme);
 
-    QTemporaryDir directory;
-    TarvisNet client;
-    SignalRecorder recorder(&client);
-    client.setTemporaryDirectory(directory.path());
-    client.setPingTimeout(timeoutMsec);
-    recorder.clear();
+    ProbingBench bench(Mode::Http, timeoutMsec);
     const QString url =
         QString("%1://127.0.0.1:%2/file").arg(scheme).arg(ScriptedServer::freePort());
-    client.fetchBinary(QUrl(url), directory.filePath("file"), 6);
-    QVERIFY(recorder.waitFor("s_aborted"));
+    bench.download(QUrl(url));
+    QVERIFY(bench.recorder.waitFor("s_aborted"));
 
-    QCOMPARE(endings::seen(recorder),
+    QCOMPARE(endings::seen(bench.recorder),
              QStringList({"s_startPing|-1", "s_repliesCountChanged",
                           signalText("s_errorChanged", {-203, url, QJsonDocument()}),
                           "s_repliesCountChanged", "s_stopPing", signalText("s_aborted", {url})}));

@@ -1,6 +1,7 @@
-#include "answers.h"
+#include "connectionfaults.h"
 #include "faultrows.h"
 #include "files.h"
+#include "handshakefaults.h"
 #include "processorrun.h"
 #include "servedfaults.h"
 
@@ -11,6 +12,8 @@ namespace {
 
 using Mode = ScriptedServer::Mode;
 
+const QByteArray body = R"({"answer":42})";
+
 // Our certificate is nobody's but our own.
 QList<QSslError::SslError> tlsErrors(Mode mode)
 {
@@ -20,103 +23,96 @@ QList<QSslError::SslError> tlsErrors(Mode mode)
 
 } // namespace
 
-/// The stand-alone processor before servers that fail. It knows fewer codes and aborts nothing.
+/// The stand-alone processor before servers that fail, or that it does not come to terms with. It
+/// knows fewer codes and aborts nothing.
 class tst_FaultsProcessor : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void failsInTheAnswer_data();
+    void failsInTheAnswer_data() { faultrows::addFaultsInBothModes(servedFaults()); }
     void failsInTheAnswer();
-    void refuses_data();
+    void refuses_data() { faultrows::addFaultsInBothModes(refusals()); }
     void refuses();
+    void meets_data() { faultrows::addFaults(connectionFaults()); }
+    void meets();
+    void shakesHands_data() { faultrows::addFaults(handshakeFaults()); }
+    void shakesHands();
+
+private:
+    ForeignServers m_foreign;
 };
-
-void tst_FaultsProcessor::failsInTheAnswer_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<ServedFault>("fault");
-    QTest::addColumn<RequestKind>("kind");
-
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        for (const ServedFault &fault : servedFaults()) {
-            QTest::addRow("%s, %s, %s", fault.name.constData(), kind.name, scheme)
-                << mode << fault << kind;
-        }
-    });
-}
 
 void tst_FaultsProcessor::failsInTheAnswer()
 {
     QFETCH(Mode, mode);
-    QFETCH(ServedFault, fault);
     QFETCH(RequestKind, kind);
+    QFETCH(ServedFault, fault);
 
-    ScriptedServer server(mode);
+    ProcessorRun run(mode, kind);
     HttpResponse answer;
-    server.on("/fault", [&](const HttpRequest &, HttpResponse &response) {
-        answer = response;
-        if (fault.isAtOnce)
-            response.cork();
-        fault.begin(response);
-        if (fault.endsAtOnce())
-            fault.end(response);
-    });
-    ProcessorRun run(kind, server.url("/fault"), fault.size);
+    fault.serve(run.server, answer);
+    run.ask(run.server.url("/fault"), fault.size);
     QVERIFY(run.replies.waitFor());
     QNetworkReply::NetworkError error = QNetworkReply::NoError;
     connect(run.replies.at(), &QNetworkReply::errorOccurred, this,
             [&error](QNetworkReply::NetworkError code) { error = code; });
-    if (!fault.endsAtOnce()) {
-        connect(
-            run.replies.at(), &QIODevice::readyRead, this, [&] { fault.end(answer); },
-            Qt::QueuedConnection);
-    }
+    fault.endBehind(run.replies.at(), answer);
     QVERIFY(run.replies.waitUntilGone());
 
-    const bool mayLookWhole = mode == Mode::Http && fault.mayLookWhole();
-    if (!mayLookWhole || error != QNetworkReply::NoError)
-        error = fault.error;
-    const Ending ending = {error, fault.status, fault.body};
+    const Ending ending = fault.outcome(mode, error);
     QCOMPARE(endings::seen(run.recorder), run.expectedSignals(ending));
     QCOMPARE(run.said(), run.expectedMessages(ending, tlsErrors(mode)));
-    const bool isSaved = kind.name == replies::raw_get_file && error == QNetworkReply::NoError;
+    const bool isSaved =
+        kind.name == replies::raw_get_file && ending.error == QNetworkReply::NoError;
     QCOMPARE(files::read(run.path()), isSaved || kind.isFile() ? fault.body : QByteArray());
-}
-
-void tst_FaultsProcessor::refuses_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<RequestKind>("kind");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QNetworkReply::NetworkError>("error");
-    QTest::addColumn<QByteArray>("body");
-
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        for (const Refusal &refusal : refusals()) {
-            for (const QByteArray &body : refusalBodies()) {
-                QTest::addRow("%d %s, %s, %s", refusal.status, body.constData(), kind.name, scheme)
-                    << mode << kind << refusal.status << refusal.error << body;
-            }
-        }
-    });
 }
 
 void tst_FaultsProcessor::refuses()
 {
     QFETCH(Mode, mode);
     QFETCH(RequestKind, kind);
-    QFETCH(int, status);
-    QFETCH(QNetworkReply::NetworkError, error);
-    QFETCH(QByteArray, body);
+    QFETCH(Refusal, fault);
 
-    ScriptedServer server(mode);
-    server.on("/fault", answers::bytes(body, status));
-    ProcessorRun run(kind, server.url("/fault"), 1000);
+    ProcessorRun run(mode, kind);
+    run.server.on("/fault", answers::bytes(fault.ending.body, fault.ending.status));
+    run.ask(run.server.url("/fault"), 1000);
     QVERIFY(run.replies.waitUntilGone());
 
-    const Ending ending = {error, status, body};
+    QCOMPARE(endings::seen(run.recorder), run.expectedSignals(fault.ending));
+    QCOMPARE(run.said(), run.expectedMessages(fault.ending, tlsErrors(mode)));
+    QVERIFY(!QFileInfo::exists(run.path()));
+}
+
+void tst_FaultsProcessor::meets()
+{
+    QFETCH(ConnectionFault, fault);
+    QFETCH(RequestKind, kind);
+
+    ProcessorRun run(fault.mode, kind);
+    run.server.on("/fault", answers::bytes(body));
+    run.ask(fault.prepare(run.server), ulong(body.size()));
+    QVERIFY(run.replies.waitUntilGone());
+
+    const bool isAnswered = fault.isAnswered();
+    const Ending ending = fault.ending(body);
     QCOMPARE(endings::seen(run.recorder), run.expectedSignals(ending));
-    QCOMPARE(run.said(), run.expectedMessages(ending, tlsErrors(mode)));
+    QCOMPARE(run.said(), run.expectedMessages(ending, fault.processorHears));
+    QCOMPARE(run.server.requests().size(), isAnswered ? 1 : 0);
+    const bool isSaved = isAnswered && (kind.isFile() || kind.name == replies::raw_get_file);
+    QCOMPARE(files::read(run.path()), isSaved ? body : QByteArray());
+}
+
+void tst_FaultsProcessor::shakesHands()
+{
+    QFETCH(HandshakeFault, fault);
+    QFETCH(RequestKind, kind);
+
+    ProcessorRun run(Mode::Http, kind);
+    run.ask(m_foreign.urlOf(fault), 10);
+    QVERIFY(run.replies.waitUntilGone());
+
+    QCOMPARE(endings::seen(run.recorder), run.expectedSignals(fault.ending));
+    QCOMPARE(run.said(), run.expectedMessages(fault.ending, fault.processorHears));
     QVERIFY(!QFileInfo::exists(run.path()));
 }
 

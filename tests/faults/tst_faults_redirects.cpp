@@ -118,13 +118,13 @@ class tst_FaultsRedirects : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void leadsNowhere_data();
+    void leadsNowhere_data() { faultrows::addFaultsInBothModes(deadEnds()); }
     void leadsNowhere();
     void leadsToOtherSchemes_data();
     void leadsToOtherSchemes();
-    void followsAChain_data();
+    void followsAChain_data() { faultrows::addKinds(); }
     void followsAChain();
-    void chainEndsInAnError_data();
+    void chainEndsInAnError_data() { faultrows::addFaultsInBothModes(chainEnds()); }
     void chainEndsInAnError();
 
 private:
@@ -145,40 +145,27 @@ QStringList tst_FaultsRedirects::layChain(FaultBench &bench)
     return messages;
 }
 
-void tst_FaultsRedirects::leadsNowhere_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<RequestKind>("kind");
-    QTest::addColumn<DeadEnd>("end");
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        for (const DeadEnd &end : deadEnds()) {
-            QTest::addRow("%s, %s, %s", end.name.constData(), kind.name, scheme)
-                << mode << kind << end;
-        }
-    });
-}
-
 // The request itself keeps its place until the client clears it.
 void tst_FaultsRedirects::leadsNowhere()
 {
     QFETCH(Mode, mode);
     QFETCH(RequestKind, kind);
-    QFETCH(DeadEnd, end);
+    QFETCH(DeadEnd, fault);
 
     FaultBench bench(mode);
     const FailureText failure(bench.client);
-    bench.server.on("/fault", answers::redirect(302, end.location));
+    bench.server.on("/fault", answers::redirect(302, fault.location));
     bench.start(kind);
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 2));
     QTRY_COMPARE(repliesOf(*bench.client).size(), 1);
 
-    const Ending ending = {end.error};
+    const Ending ending = {fault.error};
     QStringList expected = bench.expectedSignals(kind, ending);
     QStringList messages =
-        sentOn(end.target) + FaultBench::failureMessages(ending, end.target, failure.text);
-    expected.replaceInStrings(bench.url("/fault"), end.target);
+        sentOn(fault.target) + FaultBench::failureMessages(ending, fault.target, failure.text);
+    expected.replaceInStrings(bench.url("/fault"), fault.target);
     // What Qt reads from a file is never running, so that it cannot be aborted.
-    if (end.target.startsWith("file:")) {
+    if (fault.target.startsWith("file:")) {
         expected.removeLast();
         messages.removeLast();
     }
@@ -226,15 +213,6 @@ void tst_FaultsRedirects::leadsToOtherSchemes()
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
-void tst_FaultsRedirects::followsAChain_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<RequestKind>("kind");
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        QTest::addRow("%s, %s", kind.name, scheme) << mode << kind;
-    });
-}
-
 // The result is that of the first request, whose place and those of the hops are free again.
 void tst_FaultsRedirects::followsAChain()
 {
@@ -260,36 +238,23 @@ void tst_FaultsRedirects::followsAChain()
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
-void tst_FaultsRedirects::chainEndsInAnError_data()
-{
-    QTest::addColumn<Mode>("mode");
-    QTest::addColumn<RequestKind>("kind");
-    QTest::addColumn<ChainEnd>("end");
-    faultrows::forEachKind([](const char *scheme, Mode mode, const RequestKind &kind) {
-        for (const ChainEnd &end : chainEnds()) {
-            QTest::addRow("%s, %s, %s", end.name.constData(), kind.name, scheme)
-                << mode << kind << end;
-        }
-    });
-}
-
 // Every hop keeps its place.
 void tst_FaultsRedirects::chainEndsInAnError()
 {
     QFETCH(Mode, mode);
     QFETCH(RequestKind, kind);
-    QFETCH(ChainEnd, end);
+    QFETCH(ChainEnd, fault);
 
     FaultBench bench(mode);
     const FailureText failure(bench.client);
     const QStringList onTheWay = layChain(bench);
-    bench.server.on("/last", end.answer);
+    bench.server.on("/last", fault.answer);
     bench.start(kind);
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 2));
     QTRY_COMPARE(repliesOf(*bench.client).size(), hops);
 
     // The last hop is no download, and reads what the server says.
-    QStringList expected = bench.expectedSignals(requestkinds::of(replies::raw_get), end.ending);
+    QStringList expected = bench.expectedSignals(requestkinds::of(replies::raw_get), fault.ending);
     if (kind.isFile()) {
         expected.prepend("s_startPing|-1");
         expected.insert(expected.lastIndexOf("s_repliesCountChanged") + 1, "s_stopPing");
@@ -297,7 +262,8 @@ void tst_FaultsRedirects::chainEndsInAnError()
     expected.replaceInStrings(bench.url("/fault"), bench.url("/last"));
     QCOMPARE(bench.seen(), expected);
     QCOMPARE(bench.said(),
-             onTheWay + FaultBench::failureMessages(end.ending, bench.url("/last"), failure.text));
+             onTheWay
+                 + FaultBench::failureMessages(fault.ending, bench.url("/last"), failure.text));
     QCOMPARE(bench.server.requests("/fault").size(), 1);
     QVERIFY(!QFileInfo::exists(bench.destination()));
     QVERIFY(!QFileInfo::exists(bench.temporary()));

@@ -78,7 +78,6 @@ void tst_RemotePing::parentOwnsTheProbe()
 void tst_RemotePing::lifeCycleIsLogged()
 {
     PingBench bench;
-    bench.log.clear();
     {
         RemotePing ping(bench.manager);
         ping.setPeriod(3600 * 1000);
@@ -93,9 +92,14 @@ void tst_RemotePing::lifeCycleIsLogged()
 void tst_RemotePing::logLinesTellTheirOrigin()
 {
     PingBench bench;
+    bench.ping.reset();
+    bench.log.clear();
+    bench.ping.reset(new RemotePing(bench.manager));
+    bench.ping->setTimeout(-1);
     bench.ping->start();
-    bench.ping->setUrl(QUrl());
     bench.tick();
+    bench.ping->setUrl(anyUrl);
+    bench.send()->finish();
     bench.call("replyError", Q_ARG(QNetworkReply::NetworkError, QNetworkReply::TimeoutError));
     bench.ping->stop();
     bench.ping.reset();
@@ -108,6 +112,8 @@ void tst_RemotePing::logLinesTellTheirOrigin()
                  "RemotePing::RemotePing(QSharedPointer<QNetworkAccessManager>, QObject*)",
                  "void RemotePing::start(int)",
                  "QNetworkReply* RemotePing::pingRequest()",
+                 "void RemotePing::timeout()",
+                 "void RemotePing::replyFinished()",
                  "void RemotePing::replyError(QNetworkReply::NetworkError)",
                  "void RemotePing::stop()",
                  "virtual RemotePing::~RemotePing()",

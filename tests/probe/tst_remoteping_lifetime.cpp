@@ -2,7 +2,6 @@
 #include "pingbench.h"
 #include "scriptedserver.h"
 
-#include <QtCore/QEvent>
 #include <QtCore/QWeakPointer>
 #include <QtTest/QTest>
 
@@ -11,11 +10,6 @@
 namespace {
 
 using Step = std::function<void(PingBench &)>;
-
-void releaseDeleted()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
 
 void failReply(FakeReply *reply)
 {
@@ -82,8 +76,8 @@ private Q_SLOTS:
     void killReply();
     void killReplyDisconnectsEverybody();
     void clearReplies();
-    void stopAbortsEverything();
-    void destructorAbortsEverything();
+    void theEndAbortsEverything_data();
+    void theEndAbortsEverything();
     void endlessProbeClearsItsReplies();
     void endlessProbeClearsItsRepliesByTheClock();
     void managerMayTakeItsRepliesAlong();
@@ -117,14 +111,13 @@ void tst_RemotePingLifetime::addWays(bool withStop)
 void tst_RemotePingLifetime::killReply()
 {
     PingBench bench;
-    bench.log.clear();
     const QPointer<FakeReply> reply = bench.send();
     bench.call("killReply", Q_ARG(QNetworkReply *, nullptr));
     QCOMPARE(reply->abortCalls(), 0);
     bench.call("killReply", Q_ARG(QNetworkReply *, reply.data()));
     QCOMPARE(reply->abortCalls(), 1);
     QVERIFY(reply->isFinished());
-    releaseDeleted();
+    PingBench::releaseDeleted();
     QVERIFY(!reply);
     QCOMPARE(bench.signals.names(), QStringList());
     QCOMPARE(bench.log.texts(), QStringList());
@@ -154,48 +147,44 @@ void tst_RemotePingLifetime::clearReplies()
     bench.manager->at(1).reply->finish();
     bench.signals.clear();
     bench.log.clear();
-    bench.call("clearReplies");
-    for (int i = 0; i < 3; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 1);
+    for (int i = 0; i < 2; ++i) {
+        bench.call("clearReplies");
+        QCOMPARE(bench.aborts(), QList<int>({1, 1, 1}));
+    }
     QCOMPARE(bench.signals.names(), QStringList());
     QCOMPARE(bench.log.texts(), QStringList());
     QVERIFY(bench.ping->isRunnig());
-
-    bench.call("clearReplies");
-    for (int i = 0; i < 3; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 1);
-    releaseDeleted();
-    for (int i = 0; i < 3; ++i)
-        QVERIFY(!bench.manager->at(i).reply);
+    PingBench::releaseDeleted();
+    QCOMPARE(bench.aborts(), QList<int>({-1, -1, -1}));
 }
 
-void tst_RemotePingLifetime::stopAbortsEverything()
+void tst_RemotePingLifetime::theEndAbortsEverything_data()
 {
-    PingBench bench;
-    bench.ping->start();
-    bench.tick(2);
-    bench.ping->stop();
-    for (int i = 0; i < 2; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 1);
-    QCOMPARE(bench.signals.names(), QStringList({"s_started", "s_stopped"}));
-    releaseDeleted();
-    QVERIFY(!bench.manager->at(0).reply);
-    QVERIFY(!bench.manager->at(1).reply);
+    QTest::addColumn<Step>("end");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("names");
+    QTest::newRow("stop") << Step([](PingBench &bench) { bench.ping->stop(); }) << "Ping stop"
+                          << QStringList({"s_started", "s_stopped"});
+    QTest::newRow("destructor") << Step([](PingBench &bench) { bench.ping.reset(); })
+                                << "RemotePing dtor" << QStringList("s_started");
 }
 
-void tst_RemotePingLifetime::destructorAbortsEverything()
+void tst_RemotePingLifetime::theEndAbortsEverything()
 {
+    QFETCH(Step, end);
+    QFETCH(QString, text);
+    QFETCH(QStringList, names);
+
     PingBench bench;
     bench.ping->start();
     bench.tick(2);
     bench.log.clear();
-    bench.ping.reset();
-    for (int i = 0; i < 2; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 1);
-    QCOMPARE(bench.signals.names(), QStringList("s_started"));
-    QCOMPARE(bench.log.texts(QtDebugMsg), QStringList("RemotePing dtor"));
-    releaseDeleted();
-    QVERIFY(!bench.manager->at(0).reply);
+    end(bench);
+    QCOMPARE(bench.aborts(), QList<int>({1, 1}));
+    QCOMPARE(bench.signals.names(), names);
+    QCOMPARE(bench.log.texts(QtDebugMsg), QStringList(text));
+    PingBench::releaseDeleted();
+    QCOMPARE(bench.aborts(), QList<int>({-1, -1}));
 }
 
 void tst_RemotePingLifetime::endlessProbeClearsItsReplies()
@@ -204,21 +193,19 @@ void tst_RemotePingLifetime::endlessProbeClearsItsReplies()
     bench.ping->start();
     bench.tick(301);
     QCOMPARE(bench.manager->count(), 301);
-    for (int i = 0; i < 301; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 0);
+    QCOMPARE(bench.aborts().count(0), 301);
 
     bench.tick();
     QCOMPARE(bench.manager->count(), 302);
-    for (int i = 0; i < 301; ++i)
-        QCOMPARE(bench.manager->at(i).reply->abortCalls(), 1);
-    QCOMPARE(bench.manager->at(301).reply->abortCalls(), 0);
+    QCOMPARE(bench.aborts().count(1), 301);
+    QCOMPARE(bench.aborts().last(), 0);
 
     // The count began again with that tick's own ping.
     bench.tick(300);
-    QCOMPARE(bench.manager->at(301).reply->abortCalls(), 0);
+    QCOMPARE(bench.aborts().count(1), 301);
     bench.tick();
-    QCOMPARE(bench.manager->at(301).reply->abortCalls(), 1);
-    QCOMPARE(bench.manager->at(602).reply->abortCalls(), 0);
+    QCOMPARE(bench.aborts().count(1), 602);
+    QCOMPARE(bench.aborts().last(), 0);
     QCOMPARE(bench.signals.names(), QStringList("s_started"));
 }
 
@@ -272,7 +259,7 @@ void tst_RemotePingLifetime::deletionInsideASignal()
     QCOMPARE(receiver.calls, 1);
     QVERIFY(!watched);
     QCOMPARE(bench.log.texts().last(), QString("RemotePing dtor"));
-    releaseDeleted();
+    PingBench::releaseDeleted();
 }
 
 void tst_RemotePingLifetime::deletionInsideASignalByTheClock_data()
@@ -332,7 +319,7 @@ void tst_RemotePingLifetime::theReplyOutlivesItsProbe()
         failReply(reply);
     QCOMPARE(receiver.calls, 1);
     QVERIFY(reply);
-    releaseDeleted();
+    PingBench::releaseDeleted();
     QVERIFY(!reply);
     QVERIFY(!manager);
 }
@@ -354,7 +341,7 @@ void tst_RemotePingLifetime::stopInsideASignal()
     QCOMPARE(receiver.calls, 1);
     QCOMPARE(bench.signals.count("s_stopped"), 1);
     QVERIFY(!bench.ping->isRunnig());
-    releaseDeleted();
+    PingBench::releaseDeleted();
 }
 
 void tst_RemotePingLifetime::startInsideASignal_data()
@@ -391,7 +378,7 @@ void tst_RemotePingLifetime::managerLostInsideASignal()
     reply->finish();
     QCOMPARE(receiver.calls, 1);
     bench.ping->stop();
-    releaseDeleted();
+    PingBench::releaseDeleted();
 }
 
 QTEST_GUILESS_MAIN(tst_RemotePingLifetime)

@@ -101,11 +101,9 @@ void tst_RemotePingTimeout::timeOutIsLogged()
     QCOMPARE(bench.log.entries().size(), 1);
     const LogEntry entry = bench.log.entries().first();
     QCOMPARE(entry.type, QtDebugMsg);
-    QCOMPARE(entry.function, QByteArray("void RemotePing::timeout()"));
     const QRegularExpressionMatch match = matchNotAnswered(entry.text);
     QVERIFY2(match.hasMatch(), qPrintable(entry.text));
     QVERIFY(match.captured(1).toInt() >= 20);
-    QCOMPARE(bench.log.originFault("../../source/appl/remoteping"), QString());
 }
 
 void tst_RemotePingTimeout::sendsBeforeItLooks()

@@ -1,4 +1,3 @@
-#include "answers.h"
 #include "processorbench.h"
 
 #include <QtCore/QJsonArray>
@@ -11,15 +10,11 @@
 
 using namespace processorbench;
 
-Q_DECLARE_METATYPE(ScriptedServer::Certificate)
-Q_DECLARE_METATYPE(QSslError::SslError)
-
+/// Requests, the connections of their replies, TLS errors, and where messages come from.
 class tst_NetworkProcessor : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void logsItsLife();
     void belongsToItsParent();
     void sends_data();
@@ -28,19 +23,12 @@ private Q_SLOTS:
     void appendsToTheDataOfTheRecord();
     void tellsTheUrlAsText();
     void connectsInOrder();
-    void connectsDirectly_data();
     void connectsDirectly();
-    void leavesNothingToTheEventLoop();
     void listensToTheDeprecatedErrorSignal();
-    void acceptsTlsErrors_data();
-    void acceptsTlsErrors();
     void reportsAnEmptyListOfTlsErrors();
     void logsEveryTlsError();
     void logsWhereItIs_data();
     void logsWhereItIs();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
 };
 
 namespace {
@@ -80,20 +68,20 @@ void tst_NetworkProcessor::logsItsLife()
         QCOMPARE(log.texts(), QStringList{"NetworkProcessor ctor"});
     }
 
-    QCOMPARE(texts(log), (QStringList{"NetworkProcessor ctor", "NetworkProcessor dtor"}));
+    QCOMPARE(log.texts(QtDebugMsg),
+             (QStringList{"NetworkProcessor ctor", "NetworkProcessor dtor"}));
 }
 
 void tst_NetworkProcessor::belongsToItsParent()
 {
+    LogCapture log;
     QScopedPointer<QObject> parent(new QObject);
     const QPointer<NetworkProcessor> processor = new NetworkProcessor(parent.data());
     QCOMPARE(processor->parent(), parent.data());
 
-    LogCapture log;
     parent.reset();
 
     QVERIFY(!processor);
-    QCOMPARE(texts(log), QStringList{"NetworkProcessor dtor"});
 }
 
 void tst_NetworkProcessor::sends_data()
@@ -115,225 +103,148 @@ void tst_NetworkProcessor::sends()
     QFETCH(ScriptedServer::Mode, mode);
     QFETCH(bool, isPost);
     QFETCH(QByteArray, body);
-    ScriptedServer server(mode);
-    server.on("/path", answers::json({{"answer", 42}}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = record(replies::raw_get, server.url("/path?a=1&b=%20"));
+    ProcessorBench bench(mode);
+    bench.server.on("/path", answers::json({{"answer", 42}}));
+    const QString target = "/path?a=1&b=%20";
+    ReplyData data = record(replies::raw_get, bench.server.url(target));
     data.request.setRawHeader("X-Own", "own value");
     data.request.setHeader(QNetworkRequest::ContentTypeHeader, QString(mime::json));
 
-    if (isPost)
-        processor.startPost(data, body);
-    else
-        processor.startGet(data);
-    QVERIFY(recorder.waitFor("s_rawGet"));
+    QVERIFY(bench.run(data, isPost, body));
 
-    const HttpRequest request = server.requests().value(0);
+    const HttpRequest request = bench.server.requests().value(0);
     QCOMPARE(request.method, QByteArray(isPost ? "POST" : "GET"));
-    QCOMPARE(request.target, QByteArray("/path?a=1&b=%20"));
+    QCOMPARE(request.target, target.toLatin1());
     QCOMPARE(request.header("x-own"), QByteArray("own value"));
     QCOMPARE(request.header("content-type"), QByteArray("application/json"));
     QCOMPARE(request.body, body);
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawGet"});
-    const QJsonObject expected{{"answer", 42}};
-    QCOMPARE(recorder.last("s_rawGet").at(0).toJsonDocument(), QJsonDocument(expected));
-    QCOMPARE(texts(log, QString(), QtWarningMsg), QStringList());
+    const QJsonDocument answer(QJsonObject{{"answer", 42}});
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_rawGet", answer, bench.url(target))});
+    QCOMPARE(bench.warnings(), QStringList());
 }
 
 // Neither a queue nor a limit of parallel requests: more than Qt sends to one host at a time.
 void tst_NetworkProcessor::answersEachRequestByItself()
 {
-    ScriptedServer server;
-    server.onRequest([](const HttpRequest &request, HttpResponse &response) {
+    ProcessorBench bench;
+    bench.server.onRequest([](const HttpRequest &request, HttpResponse &response) {
         response.send(200, {}, R"({"target":")" + request.target + R"("})");
     });
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
     constexpr int count = 30;
 
     for (int number = 0; number < count; ++number)
-        processor.startGet(record(replies::raw_get, server.url(QString("/%1").arg(number))));
-    QVERIFY(recorder.waitFor("s_rawGet", count));
+        bench.start(record(replies::raw_get, bench.server.url(QString("/%1").arg(number))));
+    QVERIFY(bench.recorder.waitFor("s_rawGet", count));
 
     QSet<QString> urls;
-    for (const QVariantList &args : recorder.of("s_rawGet")) {
+    for (const QVariantList &args : bench.recorder.of("s_rawGet")) {
         const QUrl url(args.at(1).toString());
         QCOMPARE(args.at(0).toJsonDocument().object().value("target").toString(), url.path());
         urls.insert(url.toString());
     }
     QCOMPARE(urls.size(), count);
-    QCOMPARE(outcomes(recorder).size(), count);
+    QCOMPARE(bench.outcomes().size(), count);
 }
 
 void tst_NetworkProcessor::appendsToTheDataOfTheRecord()
 {
-    ScriptedServer server;
-    server.on("/list", answers::bytes("2]"));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = record(replies::raw_post, server.url("/list"));
+    ProcessorBench bench;
+    bench.server.on("/", answers::bytes("2]"));
+    ReplyData data = record(replies::raw_post, bench.server.url());
     data.data = "[1,";
 
-    processor.startPost(data, "body");
-    QVERIFY(recorder.waitFor("s_rawPost"));
+    QVERIFY(bench.run(data, true));
 
-    QCOMPARE(server.requests().value(0).body, QByteArray("body"));
+    QCOMPARE(bench.server.requests().value(0).body, QByteArray("body"));
     const QJsonDocument joined(QJsonArray{1, 2});
-    QCOMPARE(recorder.last("s_rawPost").at(0).toJsonDocument(), joined);
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_rawPost", joined, bench.url())});
 }
 
 void tst_NetworkProcessor::tellsTheUrlAsText()
 {
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    bench.server.onRequest(answers::json({}));
 
-    processor.startGet(record(replies::raw_get, server.url("/a%20b?q=%C3%BC#part")));
-    QVERIFY(recorder.waitFor("s_rawGet"));
+    QVERIFY(bench.run(record(replies::raw_get, bench.server.url("/a%20b?q=%C3%BC#part"))));
 
-    const QString root = server.url("/").toString();
-    QCOMPARE(recorder.last("s_rawGet").at(1).toString(),
-             root + QString::fromUtf8("a b?q=\xC3\xBC#part"));
+    QCOMPARE(bench.recorder.last("s_rawGet").at(1).toString(),
+             bench.url("/") + QString::fromUtf8("a b?q=\xC3\xBC#part"));
 }
 
 void tst_NetworkProcessor::connectsInOrder()
 {
-    NetworkProcessor processor;
+    ProcessorBench bench;
     WatchedReply reply;
     reply.connected.clear();
 
-    QVERIFY(QMetaObject::invokeMethod(&processor, "createReplyConnections", Qt::DirectConnection,
-                                      Q_ARG(QNetworkReply *, &reply)));
+    bench.call("createReplyConnections", Q_ARG(QNetworkReply *, &reply));
 
     const QList<QByteArray> expected{"finished", "readyRead",        "sslErrors",
                                      "error",    "downloadProgress", "uploadProgress"};
     QCOMPARE(reply.connected, expected);
 }
 
-void tst_NetworkProcessor::connectsDirectly_data()
-{
-    QTest::addColumn<QString>("text");
-
-    QTest::newRow("finished") << "<NetworkProcessor::replyFinished>";
-    QTest::newRow("sslErrors") << "<NetworkProcessor::replySslErrors> Uknown error.";
-    QTest::newRow("error") << "<NetworkProcessor::replyError> Network error: \n"
-                              "  code:  QNetworkReply::UnknownServerError \n";
-    QTest::newRow("downloadProgress") << "DownloadProgress   received:  1  total:  2"
-                                         "  loaded:  1  full:  0  complete:  inf  % ";
-    QTest::newRow("uploadProgress") << "UploadProgress   received:  1  total:  2"
-                                       "  complete:  0  % ";
-}
-
-// A queued connection would wait for the event loop of the processor's own thread.
+// A queued connection would wait for the event loop of the processor's own thread. In another
+// thread a slot does not know its sender, so that the reply's bytes are nobody's.
 void tst_NetworkProcessor::connectsDirectly()
 {
-    QFETCH(QString, text);
-    NetworkProcessor processor;
-    const QPointer<FakeReply> reply = follow(processor);
-    LogCapture log;
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
 
     std::thread([&reply] { emitAll(reply); }).join();
+    const QStringList expected{
+        "<NetworkProcessor::replySslErrors> Uknown error.",
+        "DownloadProgress   received:  1  total:  2  loaded:  1  full:  0  complete:  inf  % ",
+        "UploadProgress   received:  1  total:  2  complete:  0  % ",
+        "<NetworkProcessor::replyError> Network error: \n"
+        "  code:  QNetworkReply::UnknownServerError \n",
+        "<NetworkProcessor::replyFinished>",
+        "<NetworkProcessor::replyFinished> Uknown reply."};
+    QCOMPARE(bench.log.texts(), expected);
 
-    QCOMPARE(log.texts().count(text), 1);
-}
-
-void tst_NetworkProcessor::leavesNothingToTheEventLoop()
-{
-    NetworkProcessor processor;
-    const QPointer<FakeReply> reply = follow(processor);
-    LogCapture log;
-
-    std::thread([&reply] { emitAll(reply); }).join();
-    const QStringList before = log.texts();
-    QCoreApplication::sendPostedEvents(&processor, QEvent::MetaCall);
-
-    QCOMPARE(log.texts(), before);
+    QCoreApplication::sendPostedEvents(bench.processor, QEvent::MetaCall);
+    QCOMPARE(bench.log.texts(), expected);
 }
 
 void tst_NetworkProcessor::listensToTheDeprecatedErrorSignal()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor);
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
 
     emitDeprecatedError(reply, QNetworkReply::ContentNotFoundError);
-    QCOMPARE(recorder.names(), QStringList{"s_errorChanged"});
+    QCOMPARE(bench.recorder.names(), QStringList{"s_errorChanged"});
 
     // Qt emits both signals then, and only one of them counts.
     reply->fail(QNetworkReply::ContentNotFoundError);
-    QCOMPARE(recorder.names(), (QStringList{"s_errorChanged", "s_errorChanged"}));
-}
-
-void tst_NetworkProcessor::acceptsTlsErrors_data()
-{
-    QTest::addColumn<ScriptedServer::Certificate>("certificate");
-    QTest::addColumn<QList<QSslError::SslError>>("errors");
-
-    QTest::newRow("self-signed") << ScriptedServer::Certificate::Good
-                                 << QList<QSslError::SslError>{QSslError::SelfSignedCertificate};
-    QTest::newRow("wrong name") << ScriptedServer::Certificate::WrongName
-                                << QList<QSslError::SslError>{QSslError::HostNameMismatch,
-                                                              QSslError::SelfSignedCertificate};
-}
-
-void tst_NetworkProcessor::acceptsTlsErrors()
-{
-    QFETCH(ScriptedServer::Certificate, certificate);
-    QFETCH(QList<QSslError::SslError>, errors);
-    ScriptedServer server(ScriptedServer::Mode::Https);
-    server.setCertificate(certificate);
-    server.onRequest(answers::json({{"a", 1}}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-
-    processor.startGet(record(replies::raw_get, server.url()));
-    QVERIFY(recorder.waitFor("s_rawGet"));
-
-    QStringList expected;
-    for (const QSslError::SslError error : errors)
-        expected.append("<NetworkProcessor::replySslErrors> \n  text:  \""
-                        + QSslError(error).errorString() + '"');
-    QCOMPARE(texts(log, "replySslErrors"), expected);
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawGet"});
+    QCOMPARE(bench.recorder.names(), (QStringList{"s_errorChanged", "s_errorChanged"}));
 }
 
 void tst_NetworkProcessor::reportsAnEmptyListOfTlsErrors()
 {
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor, QUrl("https://127.0.0.1/path"));
-    log.clear();
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow(QUrl("https://127.0.0.1/path"));
 
     Q_EMIT reply->sslErrors({});
 
-    QCOMPARE(recorder.names(), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-201, QString()));
-    QCOMPARE(texts(log), QStringList{"<NetworkProcessor::replySslErrors> Uknown error."});
+    QCOMPARE(bench.outcomes(), Emissions{failure(-201, QString())});
+    QCOMPARE(bench.texts(), QStringList{"<NetworkProcessor::replySslErrors> Uknown error."});
     QCOMPARE(reply->ignoreSslErrorsCalls(), 0);
 }
 
 void tst_NetworkProcessor::logsEveryTlsError()
 {
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor);
-    log.clear();
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
     const QSslError first(QSslError::CertificateExpired);
     const QSslError second(QSslError::HostNameMismatch);
 
     Q_EMIT reply->sslErrors({first, second});
 
     const QString text = "<NetworkProcessor::replySslErrors> \n  text:  \"%1\"";
-    QCOMPARE(texts(log),
+    QCOMPARE(bench.texts(),
              (QStringList{text.arg(first.errorString()), text.arg(second.errorString())}));
     QCOMPARE(reply->ignoreSslErrorsCalls(), 1);
-    QCOMPARE(recorder.names(), QStringList());
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_NetworkProcessor::logsWhereItIs_data()
@@ -362,16 +273,17 @@ void tst_NetworkProcessor::logsWhereItIs()
 {
     QFETCH(QString, part);
     QFETCH(QByteArray, function);
+    LogCapture log;
     ScriptedServer server;
     server.on("/first", answers::redirect(302, server.url("/second").toEncoded()));
     server.on("/second", answers::json({}));
-    LogCapture log;
     {
         NetworkProcessor processor;
         SignalRecorder recorder(&processor);
-        QMetaObject::invokeMethod(&processor, "debugHeader", Qt::DirectConnection,
-                                  Q_ARG(QNetworkReply *, follow(processor)));
-        emitAll(follow(processor));
+        auto *reply = new FakeReply(QUrl(), &processor);
+        for (const char *slot : {"createReplyConnections", "debugHeader"})
+            QMetaObject::invokeMethod(&processor, slot, Q_ARG(QNetworkReply *, reply));
+        emitAll(reply);
         processor.startGet(record(replies::raw_get, server.url("/first")));
         QVERIFY(recorder.waitFor("s_rawGet"));
     }

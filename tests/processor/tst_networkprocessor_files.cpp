@@ -1,20 +1,17 @@
-#include "answers.h"
 #include "files.h"
 #include "processorbench.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
-#include <QtCore/QScopedPointer>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
 using namespace processorbench;
 
+/// What goes to disk while it arrives, and the file of a finished request.
 class tst_NetworkProcessorFiles : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void downloads_data();
     void downloads();
     void appendsEveryChunk();
@@ -28,9 +25,6 @@ private Q_SLOTS:
     void otherKindsWriteNoFile();
     void rawGetFile_data();
     void rawGetFile();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
 };
 
 namespace {
@@ -46,6 +40,16 @@ QByteArray contentOf(const QString &path)
         return QByteArray();
     const QByteArray content = files::read(path);
     return content.isNull() ? QByteArray("") : content;
+}
+
+// Keeps an answer of \a length bytes after its beginning.
+ScriptedServer::Handler holding(HttpResponse &held, qint64 length, const QByteArray &beginning)
+{
+    return [&held, length, beginning](const HttpRequest &, HttpResponse &response) {
+        held = response;
+        held.sendHead(200, {}, length);
+        held.write(beginning);
+    };
 }
 
 } // namespace
@@ -88,95 +92,68 @@ void tst_NetworkProcessorFiles::downloads()
     QFETCH(QByteArray, before);
     QFETCH(quint64, size);
     QFETCH(QByteArray, after);
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
+    ProcessorBench bench(mode);
     if (!before.isNull())
-        files::write(path, before);
-    ScriptedServer server(mode);
-    server.onRequest(answers::bytes("0123456789"));
-    LogCapture log;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+        files::write(bench.path(), before);
+    bench.server.onRequest(answers::bytes("0123456789"));
 
-    processor.startGet(fileRecord(replyType, server.url(), path, size));
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(fileRecord(replyType, bench.server.url(), bench.path(), size)));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_finished"});
-    QCOMPARE(recorder.last("s_finished"), QVariantList{server.url().toString()});
-    QCOMPARE(contentOf(path), after);
-    QCOMPARE(contentOf(path).isNull(), false);
-    QCOMPARE(QDir(directory.path()).entryList(QDir::Files), QStringList{"file"});
-    QCOMPARE(texts(log, "replyReadyRead") + texts(log, "saveBinary"), QStringList());
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", bench.url())});
+    QCOMPARE(contentOf(bench.path()), after);
+    QCOMPARE(contentOf(bench.path()).isNull(), false);
+    QCOMPARE(QDir(bench.directory.path()).entryList(QDir::Files), QStringList{"file"});
+    QCOMPARE(bench.texts("replyReadyRead") + bench.texts("saveBinary"), QStringList());
 }
 
 void tst_NetworkProcessorFiles::appendsEveryChunk()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
+    ProcessorBench bench;
     const QByteArray body = HttpResponse::generated(0, 300000);
-    ScriptedServer server;
-    server.onRequest([body](const HttpRequest &, HttpResponse &response) {
+    bench.server.onRequest([body](const HttpRequest &, HttpResponse &response) {
         response.sendHead(200, {}, body.size());
         response.dribble(body, 10000);
     });
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
 
-    processor.startPost(fileRecord(replies::remote_binary, server.url(), path, 300000), "body");
-    QVERIFY(recorder.waitFor("s_finished"));
+    QVERIFY(bench.run(fileRecord(replies::remote_binary, bench.server.url(), bench.path(), 300000),
+                      true));
 
-    QCOMPARE(files::read(path), body);
+    QCOMPARE(files::read(bench.path()), body);
 }
 
 void tst_NetworkProcessorFiles::stopsAtTheSize()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
+    ProcessorBench bench;
     HttpResponse held;
-    ScriptedServer server;
-    server.onRequest([&held](const HttpRequest &, HttpResponse &response) {
-        held = response;
-        held.sendHead(200, {}, 8);
-        held.write("01234");
-    });
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    bench.server.onRequest(holding(held, 8, "01234"));
 
-    processor.startGet(fileRecord(replies::remote_binary, server.url(), path, 5));
-    QTRY_COMPARE(files::read(path), QByteArray("01234"));
+    bench.start(fileRecord(replies::remote_binary, bench.server.url(), bench.path(), 5));
+    QTRY_COMPARE(files::read(bench.path()), QByteArray("01234"));
     held.write("567");
     held.finish();
-    QVERIFY(recorder.waitFor("s_finished"));
+    QVERIFY(bench.recorder.waitFor("s_finished"));
 
-    QCOMPARE(files::read(path), QByteArray("01234"));
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_finished"});
-    QCOMPARE(texts(log, "saveBinary"), QStringList());
+    QCOMPARE(files::read(bench.path()), QByteArray("01234"));
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", bench.url())});
+    QCOMPARE(bench.texts("saveBinary"), QStringList());
 }
 
 // The caller asks for the rest; the processor only counts what was there.
 void tst_NetworkProcessorFiles::resumes()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    files::write(path, "0123");
-    ScriptedServer server;
-    server.onRequest(answers::file("0123456789"));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = fileRecord(replies::remote_installer, server.url(), path, 10);
+    ProcessorBench bench;
+    files::write(bench.path(), "0123");
+    bench.server.onRequest(answers::file("0123456789"));
+    ReplyData data = fileRecord(replies::remote_installer, bench.server.url(), bench.path(), 10);
     data.fileData.resumeOffset = 4;
     data.request.setRawHeader("Range", "bytes=4-");
 
-    processor.startGet(data);
-    QVERIFY(recorder.waitFor("s_finished"));
+    QVERIFY(bench.run(data));
 
-    QCOMPARE(files::read(path), QByteArray("0123456789"));
-    const QString url = server.url().toString();
-    QCOMPARE(recorder.last("s_downloadFileBytesProgress"),
-             (QVariantList{qlonglong(10), qlonglong(10), url}));
-    QCOMPARE(recorder.last("s_downloadFileProgress"), (QVariantList{100.0, url}));
+    QCOMPARE(files::read(bench.path()), QByteArray("0123456789"));
+    QCOMPARE(bench.recorder.last("s_downloadFileBytesProgress"),
+             (QVariantList{qlonglong(10), qlonglong(10), bench.url()}));
+    QCOMPARE(bench.recorder.last("s_downloadFileProgress"), (QVariantList{100.0, bench.url()}));
 }
 
 void tst_NetworkProcessorFiles::statusClasses_data()
@@ -216,108 +193,81 @@ void tst_NetworkProcessorFiles::statusClasses()
     QFETCH(QStringList, log);
     QFETCH(bool, isSaved);
     QFETCH(short, code);
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    ScriptedServer server;
-    server.onRequest(answers::bytes("body", status));
-    LogCapture capture;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    bench.server.onRequest(answers::bytes("body", status));
 
-    processor.startGet(fileRecord(replyType, server.url(), path, 4));
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(fileRecord(replyType, bench.server.url(), bench.path(), 4)));
 
-    QCOMPARE(texts(capture, "replyReadyRead"), log);
-    QCOMPARE(contentOf(path), isSaved ? QByteArray("body") : QByteArray());
-    QCOMPARE(QFileInfo::exists(path), isSaved);
-    QCOMPARE(outcomeNames(recorder), QStringList{code ? "s_errorChanged" : "s_finished"});
-    const QString url = server.url().toString();
-    const QVariantList expected = code ? error(code, url) : QVariantList{url};
-    QCOMPARE(outcomes(recorder).last().args, expected);
+    QCOMPARE(bench.texts("replyReadyRead"), log);
+    QCOMPARE(contentOf(bench.path()), isSaved ? QByteArray("body") : QByteArray());
+    QCOMPARE(QFileInfo::exists(bench.path()), isSaved);
+    QCOMPARE(bench.outcomes(),
+             Emissions{code ? failure(code, bench.url()) : emission("s_finished", bench.url())});
 }
 
 void tst_NetworkProcessorFiles::noStatus()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    const QUrl url("data:text/plain,body");
 
-    processor.startGet(fileRecord(replies::remote_binary, QUrl("data:text/plain,body"), path, 4));
-    QVERIFY(recorder.waitFor("s_finished"));
+    bench.start(fileRecord(replies::remote_binary, url, bench.path(), 4));
+    QVERIFY(bench.recorder.waitFor("s_finished"));
 
-    QVERIFY(!QFileInfo::exists(path));
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_finished"});
-    QCOMPARE(texts(log, "replyReadyRead") + texts(log, "saveBinary"), QStringList());
+    QVERIFY(!QFileInfo::exists(bench.path()));
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", url.toString())});
+    QCOMPARE(bench.texts("replyReadyRead") + bench.texts("saveBinary"), QStringList());
 }
 
 void tst_NetworkProcessorFiles::reportsEveryChunkThatCannotBeSaved()
 {
-    // A directory cannot be opened as a file.
-    const QTemporaryDir directory;
+    ProcessorBench bench;
     HttpResponse held;
-    ScriptedServer server;
-    server.onRequest([&held](const HttpRequest &, HttpResponse &response) {
-        held = response;
-        held.sendHead(200, {}, 9);
-        held.write("one");
-    });
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    bench.server.onRequest(holding(held, 9, "one"));
 
-    processor.startGet(fileRecord(replies::remote_binary, server.url(), directory.path(), 9));
-    QVERIFY(recorder.waitFor("s_errorChanged", 1));
+    // A directory cannot be opened as a file.
+    bench.start(fileRecord(replies::remote_binary, bench.server.url(), bench.path("."), 9));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged", 1));
     held.write("two");
-    QVERIFY(recorder.waitFor("s_errorChanged", 2));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged", 2));
     held.write("six");
     held.finish();
-    QVERIFY(recorder.waitFor("s_finished"));
+    QVERIFY(bench.recorder.waitFor("s_finished"));
 
-    const QVariantList failure = error(-210, server.url().toString());
-    QCOMPARE(recorder.of("s_errorChanged"), (QList<QVariantList>{failure, failure, failure}));
-    QCOMPARE(outcomeNames(recorder).last(), QString("s_finished"));
-    QCOMPARE(texts(log, "saveBinary"), (QStringList{openFailed, openFailed, openFailed}));
-    QCOMPARE(texts(log, QString(), QtWarningMsg), QStringList());
+    const QVariantList failed = failure(-210, bench.url());
+    QCOMPARE(bench.outcomes(),
+             (Emissions{failed, failed, failed, emission("s_finished", bench.url())}));
+    QCOMPARE(bench.texts("saveBinary"), (QStringList{openFailed, openFailed, openFailed}));
+    QCOMPARE(bench.warnings(), QStringList());
 }
 
 void tst_NetworkProcessorFiles::savesNothingWithoutARecord()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
     FakeReply reply;
     reply.appendBody("bytes");
-    LogCapture log;
 
-    QVERIFY(QMetaObject::invokeMethod(&processor, "saveBinary", Qt::DirectConnection,
-                                      Q_ARG(QNetworkReply *, &reply)));
+    bench.call("saveBinary", Q_ARG(QNetworkReply *, &reply));
 
-    QCOMPARE(texts(log), QStringList{"<NetworkProcessor::saveBinary> Unrecognized reply"});
+    QCOMPARE(bench.texts(), QStringList{"<NetworkProcessor::saveBinary> Unrecognized reply"});
     QCOMPARE(reply.bytesAvailable(), 5);
-    QCOMPARE(recorder.names(), QStringList());
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_NetworkProcessorFiles::otherKindsWriteNoFile()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    bench.server.onRequest(answers::json({}));
 
     for (const QLatin1String kind : {replies::raw_get, replies::remote_index,
                                      replies::remote_installer_log, replies::raw_post_file})
-        processor.startGet(fileRecord(kind, server.url(), path, 100));
-    processor.startGet(fileRecord(replies::remote_binary, server.url(), QString(), 100));
+        bench.start(fileRecord(kind, bench.server.url(), bench.path(), 100));
+    bench.start(fileRecord(replies::remote_binary, bench.server.url(), QString(), 100));
     for (const char *signal : {"s_rawGet", "s_fetchIndex", "s_fetchInstallerChangeLogData",
                                "s_errorChanged", "s_finished"})
-        QVERIFY2(recorder.waitFor(signal), signal);
+        QVERIFY2(bench.recorder.waitFor(signal), signal);
 
-    QCOMPARE(recorder.of("s_errorChanged").size(), 1);
-    QVERIFY(!QFileInfo::exists(path));
+    QCOMPARE(bench.recorder.count("s_errorChanged"), 1);
+    QVERIFY(!QFileInfo::exists(bench.path()));
 }
 
 void tst_NetworkProcessorFiles::rawGetFile_data()
@@ -327,25 +277,23 @@ void tst_NetworkProcessorFiles::rawGetFile_data()
     QTest::addColumn<QByteArray>("after");
     QTest::addColumn<QString>("place");
     QTest::addColumn<bool>("fails");
+    const auto add = [](const char *name, const QByteArray &before, const QByteArray &body,
+                        const QByteArray &after, const char *place = "file", bool fails = false) {
+        QTest::newRow(name) << before << body << after << QString(place) << fails;
+    };
 
     const QByteArray none;
     const QByteArray large = HttpResponse::generated(0, 300000);
-    QTest::newRow("new file") << none << QByteArray("body") << QByteArray("body") << "file"
-                              << false;
-    QTest::newRow("same length") << QByteArray("aged") << QByteArray("body") << QByteArray("body")
-                                 << "file" << false;
-    QTest::newRow("shorter file") << QByteArray("a") << QByteArray("body") << QByteArray("body")
-                                  << "file" << false;
-    QTest::newRow("longer file keeps its tail") << QByteArray("old and long") << QByteArray("body")
-                                                << QByteArray("bodyand long") << "file" << false;
-    QTest::newRow("large") << none << large << large << "file" << false;
-    QTest::newRow("empty body") << none << QByteArray() << none << "file" << false;
-    QTest::newRow("empty body, old file")
-        << QByteArray("old") << QByteArray() << QByteArray("old") << "file" << false;
-    QTest::newRow("no directory") << none << QByteArray("body") << none << "missing/file" << true;
-    QTest::newRow("directory") << none << QByteArray("body") << none << "." << true;
-    QTest::newRow("empty body, no directory")
-        << none << QByteArray() << none << "missing/file" << false;
+    add("new file", none, "body", "body");
+    add("same length", "aged", "body", "body");
+    add("shorter file", "a", "body", "body");
+    add("longer file keeps its tail", "old and long", "body", "bodyand long");
+    add("large", none, large, large);
+    add("empty body", none, none, none);
+    add("empty body, old file", "old", none, "old");
+    add("no directory", none, "body", none, "missing/file", true);
+    add("directory", none, "body", none, ".", true);
+    add("empty body, no directory", none, none, none, "missing/file");
 }
 
 void tst_NetworkProcessorFiles::rawGetFile()
@@ -355,28 +303,21 @@ void tst_NetworkProcessorFiles::rawGetFile()
     QFETCH(QByteArray, after);
     QFETCH(QString, place);
     QFETCH(bool, fails);
-    const QTemporaryDir directory;
-    const QString path = directory.filePath(place);
+    ProcessorBench bench;
+    const QString path = bench.path(place);
     if (!before.isNull())
         files::write(path, before);
-    ScriptedServer server;
-    server.onRequest(answers::bytes(body));
-    LogCapture log;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    bench.server.onRequest(answers::bytes(body));
 
-    processor.startGet(fileRecord(replies::raw_get_file, server.url(), path));
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(fileRecord(replies::raw_get_file, bench.server.url(), path)));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawGetFileFinished"});
-    QCOMPARE(recorder.last("s_rawGetFileFinished"), QVariantList{server.url().toString()});
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_rawGetFileFinished", bench.url())});
     QCOMPARE(contentOf(path), after);
     QCOMPARE(contentOf(path).isNull(), after.isNull());
     QStringList expected{"<TarvisNet::handleReply> Raw file get finished"};
     if (fails)
         expected.prepend("<TarvisNet::handleReply> Error opening file to save.");
-    QCOMPARE(texts(log, "handleReply"), expected);
+    QCOMPARE(bench.texts("handleReply"), expected);
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorFiles)

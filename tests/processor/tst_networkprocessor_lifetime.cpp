@@ -1,23 +1,19 @@
-#include "answers.h"
 #include "files.h"
 #include "processorbench.h"
 
 #include <QtCore/QMetaMethod>
-#include <QtCore/QScopedPointer>
 #include <QtCore/QSet>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
 #include <functional>
 
 using namespace processorbench;
 
+/// Deletion at every moment, and bodies and redirects that do not end.
 class tst_NetworkProcessorLifetime : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void everySignalHasAScene();
     void deletionInsideSignals_data();
     void deletionInsideSignals();
@@ -27,9 +23,6 @@ private Q_SLOTS:
     void endlessRedirects();
     void largeBodies_data();
     void largeBodies();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
 };
 
 // Deletes its prey when it is struck.
@@ -158,6 +151,13 @@ void furnish(ScriptedServer &server)
         const QByteArray target = request.target.mid(request.target.indexOf('?') + 1);
         response.send(302, {{"Location", root + target}});
     });
+    server.on("/head", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, 1000);
+    });
+    server.on("/part", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, 1000);
+        response.write("part");
+    });
 }
 
 } // namespace
@@ -196,26 +196,23 @@ void tst_NetworkProcessorLifetime::deletionInsideSignals()
     QFETCH(Mode, mode);
     QFETCH(int, number);
     const Scene &scene = scenes().at(number);
-    ScriptedServer server(mode);
-    furnish(server);
-    LogCapture log;
-    ReplyCatcher replies;
-    auto *processor = new NetworkProcessor;
-    Killer killer(processor);
+    ProcessorBench bench(mode);
+    furnish(bench.server);
+    Killer killer(bench.processor);
     const QMetaMethod strike =
         killer.metaObject()->method(killer.metaObject()->indexOfSlot("strike()"));
-    QVERIFY(connect(processor, signalNamed(scene.signal), &killer, strike));
-    SignalRecorder recorder(processor);
+    QVERIFY(connect(bench.processor, signalNamed(scene.signal), &killer, strike));
+    // It comes after the killer, and therefore never hears of that signal.
+    SignalRecorder late(bench.processor);
 
-    processor->startGet(record(replies::raw_get, server.url("/never")));
-    scene.play(*processor, server);
+    bench.start(record(replies::raw_get, bench.server.url("/never")));
+    scene.play(*bench.processor, bench.server);
     QVERIFY(killer.waitUntilDone());
 
-    // The killer comes before the recorder, which therefore never hears of that signal.
-    QCOMPARE(recorder.count(scene.signal), 0);
-    QVERIFY(server.waitForConnections(0));
-    QVERIFY(replies.waitUntilGone());
-    QCOMPARE(texts(log, "dtor"), QStringList{"NetworkProcessor dtor"});
+    QCOMPARE(late.count(scene.signal), 0);
+    QVERIFY(bench.server.waitForConnections(0));
+    QVERIFY(bench.replies.waitUntilGone());
+    QCOMPARE(bench.texts("dtor"), QStringList{"NetworkProcessor dtor"});
 }
 
 void tst_NetworkProcessorLifetime::deletionWithRequestsInFlight_data()
@@ -238,39 +235,24 @@ void tst_NetworkProcessorLifetime::deletionWithRequestsInFlight()
     QFETCH(Mode, mode);
     QFETCH(QString, path);
     QFETCH(bool, isPost);
-    ScriptedServer server(mode);
-    furnish(server);
-    server.on("/head", [](const HttpRequest &, HttpResponse &response) {
-        response.sendHead(200, {}, 1000);
-    });
-    server.on("/part", [](const HttpRequest &, HttpResponse &response) {
-        response.sendHead(200, {}, 1000);
-        response.write("part");
-    });
-    ReplyCatcher replies;
-    QScopedPointer<NetworkProcessor> processor(new NetworkProcessor);
-    SignalRecorder recorder(processor.data());
+    ProcessorBench bench(mode);
+    furnish(bench.server);
     const QStringList kinds{replies::raw_get, replies::remote_binary, replies::raw_get_file};
-    for (int number = 0; number < 12; ++number) {
-        const ReplyData data = record(kinds.at(number % kinds.size()), server.url(path));
-        if (isPost)
-            processor->startPost(data, "body");
-        else
-            processor->startGet(data);
-    }
+    for (int number = 0; number < 12; ++number)
+        bench.start(record(kinds.at(number % kinds.size()), bench.server.url(path)), isPost);
     // Qt opens six connections to one host; the other requests wait.
-    QVERIFY(server.waitForRequests(6));
+    QVERIFY(bench.server.waitForRequests(6));
     // The download without a file leaves its bytes unread.
-    QTRY_VERIFY(path != "/part" || replies.at(1)->bytesAvailable() > 0);
+    QTRY_VERIFY(path != "/part" || bench.replies.at(1)->bytesAvailable() > 0);
 
-    LogCapture log;
-    recorder.clear();
-    processor.reset();
+    bench.log.clear();
+    bench.recorder.clear();
+    delete bench.processor;
 
-    QVERIFY(replies.allGone());
-    QVERIFY(server.waitForConnections(0));
-    QCOMPARE(texts(log), QStringList{"NetworkProcessor dtor"});
-    QCOMPARE(recorder.names(), QStringList());
+    QVERIFY(bench.replies.allGone());
+    QVERIFY(bench.server.waitForConnections(0));
+    QCOMPARE(bench.texts(), QStringList{"NetworkProcessor dtor"});
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_NetworkProcessorLifetime::endlessRedirects_data()
@@ -284,32 +266,30 @@ void tst_NetworkProcessorLifetime::endlessRedirects_data()
 void tst_NetworkProcessorLifetime::endlessRedirects()
 {
     QFETCH(Mode, mode);
-    ScriptedServer server(mode);
-    furnish(server);
-    server.on("/loop", answers::redirect(302, server.url("/loop").toEncoded()));
-    ReplyCatcher replies;
-    QScopedPointer<NetworkProcessor> processor(new NetworkProcessor);
-    SignalRecorder recorder(processor.data());
+    ProcessorBench bench(mode);
+    furnish(bench.server);
+    bench.server.on("/loop", answers::redirect(302, bench.server.url("/loop").toEncoded()));
+    const ReplyData json = record(replies::raw_get, bench.server.url("/json"));
 
-    processor->startGet(record(replies::remote_index, server.url("/loop")));
-    QVERIFY(server.waitForRequests(500, 60000));
-    processor->startGet(record(replies::raw_get, server.url("/json")));
-    QVERIFY(recorder.waitFor("s_rawGet"));
-    const int sofar = server.requests("/loop").size();
-    QVERIFY(server.waitForRequests(sofar + 100, 60000));
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawGet"});
+    bench.start(record(replies::remote_index, bench.server.url("/loop")));
+    QVERIFY(bench.server.waitForRequests(500, 60000));
+    bench.start(json);
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
+    const int sofar = bench.server.requests("/loop").size();
+    QVERIFY(bench.server.waitForRequests(sofar + 100, 60000));
+    QCOMPARE(bench.outcomes().size(), 1);
 
-    processor.reset();
-    QVERIFY(replies.allGone());
-    QVERIFY(server.waitForConnections(0));
-    const int atTheEnd = server.requests().size();
+    delete bench.processor;
+    QVERIFY(bench.replies.allGone());
+    QVERIFY(bench.server.waitForConnections(0));
+    const int atTheEnd = bench.server.requests().size();
 
     // Whatever was still under way would have arrived before this answer.
     NetworkProcessor other;
     SignalRecorder otherRecorder(&other);
-    other.startGet(record(replies::raw_get, server.url("/json")));
+    other.startGet(json);
     QVERIFY(otherRecorder.waitFor("s_rawGet"));
-    QCOMPARE(server.requests().size(), atTheEnd + 1);
+    QCOMPARE(bench.server.requests().size(), atTheEnd + 1);
 }
 
 void tst_NetworkProcessorLifetime::largeBodies_data()
@@ -351,23 +331,19 @@ void tst_NetworkProcessorLifetime::largeBodies()
     QFETCH(qint64, least);
     QFETCH(qint64, most);
     QFETCH(QString, last);
-    const QTemporaryDir directory;
-    const QString path = directory.filePath(canOpen ? "file" : "missing/file");
-    ScriptedServer server(mode);
-    server.onRequest([status, bodySize](const HttpRequest &, HttpResponse &response) {
+    ProcessorBench bench(mode);
+    const QString path = bench.path(canOpen ? "file" : "missing/file");
+    bench.server.onRequest([status, bodySize](const HttpRequest &, HttpResponse &response) {
         response.sendGenerated(status, {}, bodySize);
     });
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
 
-    processor.startGet(fileRecord(replies::remote_binary, server.url(), path, quint64(size)));
-    QVERIFY(replies.waitUntilGone(60000));
+    bench.start(fileRecord(replies::remote_binary, bench.server.url(), path, quint64(size)));
+    QVERIFY(bench.replies.waitUntilGone(60000));
 
     const QByteArray content = files::read(path);
     QVERIFY2(content.size() >= least && content.size() <= most, QByteArray::number(content.size()));
     QVERIFY(content == HttpResponse::generated(0, content.size()));
-    QCOMPARE(outcomeNames(recorder).last(), last);
+    QCOMPARE(bench.outcomes().last().first().toString(), last);
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorLifetime)

@@ -1,7 +1,5 @@
-#include "answers.h"
 #include "processorbench.h"
 
-#include <QtCore/QScopedPointer>
 #include <QtCore/QtNumeric>
 #include <QtTest/QTest>
 
@@ -9,12 +7,11 @@
 
 using namespace processorbench;
 
+/// Progress of downloads and uploads, and the headers that are logged.
 class tst_NetworkProcessorProgress : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void download_data();
     void download();
     void downloadWithoutARecord();
@@ -25,9 +22,6 @@ private Q_SLOTS:
     void uploadOverASocket();
     void headers_data();
     void headers();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
 };
 
 namespace {
@@ -105,46 +99,41 @@ void tst_NetworkProcessorProgress::download()
     QFETCH(qlonglong, total);
     QFETCH(double, percentage);
     QFETCH(QString, logged);
-    ScriptedServer server;
-    server.onRequest(answers::withhold());
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = fileRecord(replies::remote_binary, server.url(), QString(), quint64(size));
+    ProcessorBench bench;
+    bench.server.onRequest(answers::withhold());
+    ReplyData data =
+        fileRecord(replies::remote_binary, bench.server.url(), QString(), quint64(size));
     data.fileData.resumeOffset = offset;
-    processor.startGet(data);
-    QVERIFY(server.waitForRequests(1));
-    QVERIFY(replies.at());
-    LogCapture log;
+    bench.start(data);
+    QVERIFY(bench.server.waitForRequests(1));
+    QVERIFY(bench.replies.at());
+    bench.log.clear();
 
-    Q_EMIT replies.at()->downloadProgress(received, total);
+    Q_EMIT bench.replies.at()->downloadProgress(received, total);
 
-    const QString url = server.url().toString();
-    QCOMPARE(recorder.names(), downloadSignals);
-    QCOMPARE(recorder.last("s_downloadFileBytesProgress"),
-             (QVariantList{received + offset, size, url}));
-    const QVariantList args = recorder.last("s_downloadFileProgress");
+    QCOMPARE(bench.recorder.names(), downloadSignals);
+    QCOMPARE(bench.recorder.last("s_downloadFileBytesProgress"),
+             (QVariantList{received + offset, size, bench.url()}));
+    const QVariantList args = bench.recorder.last("s_downloadFileProgress");
     QVERIFY2(isSame(args.at(0).toDouble(), percentage), args.at(0).toByteArray());
-    QCOMPARE(args.at(1).toString(), url);
-    QCOMPARE(texts(log),
+    QCOMPARE(args.at(1).toString(), bench.url());
+    QCOMPARE(bench.texts(),
              QStringList{downloadText(received, total, received + offset, size, logged)});
 }
 
 void tst_NetworkProcessorProgress::downloadWithoutARecord()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
     const QString url = "http://127.0.0.1/path";
-    const QPointer<FakeReply> reply = follow(processor, QUrl(url));
-    LogCapture log;
+    const QPointer<FakeReply> reply = bench.follow(QUrl(url));
 
     Q_EMIT reply->downloadProgress(5, 10);
 
-    QCOMPARE(recorder.names(), downloadSignals);
-    QCOMPARE(recorder.last("s_downloadFileBytesProgress"),
+    QCOMPARE(bench.recorder.names(), downloadSignals);
+    QCOMPARE(bench.recorder.last("s_downloadFileBytesProgress"),
              (QVariantList{qlonglong(5), qlonglong(0), url}));
-    QCOMPARE(recorder.last("s_downloadFileProgress"), (QVariantList{infinite, url}));
-    QCOMPARE(texts(log), QStringList{downloadText(5, 10, 5, 0, "inf")});
+    QCOMPARE(bench.recorder.last("s_downloadFileProgress"), (QVariantList{infinite, url}));
+    QCOMPARE(bench.texts(), QStringList{downloadText(5, 10, 5, 0, "inf")});
 }
 
 void tst_NetworkProcessorProgress::downloadOverASocket_data()
@@ -169,23 +158,18 @@ void tst_NetworkProcessorProgress::downloadOverASocket()
     QFETCH(QByteArray, body);
     QFETCH(double, percentage);
     QFETCH(QString, logged);
-    ScriptedServer server;
-    server.onRequest(answers::bytes(body));
-    LogCapture log;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QString url = server.url().toString();
+    ProcessorBench bench;
+    bench.server.onRequest(answers::bytes(body));
 
-    processor.startGet(fileRecord(replyType, server.url(), QString(), 20));
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(fileRecord(replyType, bench.server.url(), QString(), 20)));
 
     const qlonglong size = body.size();
-    QCOMPARE(recorder.last("s_downloadFileBytesProgress"),
-             (QVariantList{size, qlonglong(20), url}));
-    QCOMPARE(recorder.last("s_downloadFileProgress"), (QVariantList{percentage, url}));
-    QCOMPARE(recorder.names().mid(0, 2), downloadSignals);
-    QCOMPARE(texts(log, "DownloadProgress").last(), downloadText(size, size, size, 20, logged));
+    QCOMPARE(bench.recorder.last("s_downloadFileBytesProgress"),
+             (QVariantList{size, qlonglong(20), bench.url()}));
+    QCOMPARE(bench.recorder.last("s_downloadFileProgress"),
+             (QVariantList{percentage, bench.url()}));
+    QCOMPARE(bench.recorder.names().mid(0, 2), downloadSignals);
+    QCOMPARE(bench.texts("DownloadProgress").last(), downloadText(size, size, size, 20, logged));
 }
 
 void tst_NetworkProcessorProgress::upload_data()
@@ -223,42 +207,36 @@ void tst_NetworkProcessorProgress::upload()
     QFETCH(qlonglong, total);
     QFETCH(QVariantList, percentages);
     QFETCH(QString, text);
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
     const QUrl url("http://127.0.0.1/path");
-    const QPointer<FakeReply> reply = follow(processor, url);
-    LogCapture log;
+    const QPointer<FakeReply> reply = bench.follow(url);
 
     Q_EMIT reply->uploadProgress(sent, total);
 
-    QList<QVariantList> expected;
+    Emissions expected;
     for (const QVariant &percentage : percentages)
         expected.append({percentage, url.toString()});
-    QCOMPARE(recorder.of("s_uploadFileProgress"), expected);
-    QCOMPARE(recorder.calls().size(), expected.size());
-    QCOMPARE(texts(log), QStringList{text});
+    QCOMPARE(bench.recorder.of("s_uploadFileProgress"), expected);
+    QCOMPARE(bench.recorder.calls().size(), expected.size());
+    QCOMPARE(bench.texts(), QStringList{text});
 }
 
 void tst_NetworkProcessorProgress::uploadOverASocket()
 {
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = record(replies::raw_post, server.url());
+    ProcessorBench bench;
+    bench.server.onRequest(answers::json({}));
     const QByteArray body = HttpResponse::generated(0, 4 * 1024 * 1024);
 
-    processor.startPost(data, body);
-    QVERIFY(recorder.waitFor("s_rawPost"));
+    QVERIFY(bench.run(record(replies::raw_post, bench.server.url()), true, body));
 
-    QCOMPARE(server.requests().value(0).body, body);
-    QVERIFY(recorder.count("s_uploadFileProgress") > 0);
-    for (const QVariantList &args : recorder.of("s_uploadFileProgress")) {
+    QCOMPARE(bench.server.requests().value(0).body, body);
+    const Emissions reports = bench.recorder.of("s_uploadFileProgress");
+    QVERIFY(!reports.isEmpty());
+    for (const QVariantList &args : reports) {
         QVERIFY(args.at(0).toDouble() > 0.0 && args.at(0).toDouble() < 100.0);
-        QCOMPARE(args.at(1).toString(), server.url().toString());
+        QCOMPARE(args.at(1).toString(), bench.url());
     }
-    QVERIFY(log.contains(QtDebugMsg, "<NetworkProcessor::replyUploadProgress> Upload complete"));
+    QVERIFY(bench.texts().contains("<NetworkProcessor::replyUploadProgress> Upload complete"));
 }
 
 void tst_NetworkProcessorProgress::headers_data()
@@ -270,37 +248,34 @@ void tst_NetworkProcessorProgress::headers_data()
     const QString header = "<NetworkProcessor::debugHeader> Header:  \"%1\"  value:  \"%2\"";
     const QString none = "<TarvisNet::debugHeader> Accept-Ranges NONE.";
     const QString length = "<NetworkProcessor::debugHeader> Content-Length:  \"12\"";
-    QTest::newRow("no headers") << Headers() << QStringList{none};
-    QTest::newRow("any header") << Headers{{"X-One", "1"}, {"X-Two", "2"}}
-                                << QStringList{header.arg("X-One", "1"), header.arg("X-Two", "2"),
-                                               none};
-    QTest::newRow("length") << Headers{{"Content-Length", "12"}}
-                            << QStringList{header.arg("Content-Length", "12"), length, none};
-    QTest::newRow("ranges") << Headers{{"Accept-Ranges", "bytes"}}
-                            << QStringList{header.arg("Accept-Ranges", "bytes")};
-    QTest::newRow("ranges in lower case")
-        << Headers{{"accept-ranges", "none"}} << QStringList{header.arg("accept-ranges", "none")};
-    QTest::newRow("all") << Headers{{"Accept-Ranges", "bytes"}, {"Content-Length", "12"}}
-                         << QStringList{header.arg("Accept-Ranges", "bytes"),
-                                        header.arg("Content-Length", "12"), length};
+    const auto add = [&header](const char *name, const Headers &headers,
+                               const QStringList &further) {
+        QStringList expected;
+        for (const auto &[key, value] : headers)
+            expected.append(header.arg(QString(key), QString(value)));
+        QTest::newRow(name) << headers << expected + further;
+    };
+    add("no headers", {}, {none});
+    add("any header", {{"X-One", "1"}, {"X-Two", "2"}}, {none});
+    add("length", {{"Content-Length", "12"}}, {length, none});
+    add("ranges", {{"Accept-Ranges", "bytes"}}, {});
+    add("ranges in lower case", {{"accept-ranges", "none"}}, {});
+    add("all", {{"Accept-Ranges", "bytes"}, {"Content-Length", "12"}}, {length});
 }
 
 void tst_NetworkProcessorProgress::headers()
 {
     QFETCH(QList<QNetworkReply::RawHeaderPair>, headers);
     QFETCH(QStringList, expected);
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
     FakeReply reply;
     for (const auto &[name, value] : headers)
         reply.setRawHeader(name, value);
-    LogCapture log;
 
-    QVERIFY(QMetaObject::invokeMethod(&processor, "debugHeader", Qt::DirectConnection,
-                                      Q_ARG(QNetworkReply *, &reply)));
+    bench.call("debugHeader", Q_ARG(QNetworkReply *, &reply));
 
-    QCOMPARE(texts(log), expected);
-    QCOMPARE(recorder.names(), QStringList());
+    QCOMPARE(bench.texts(), expected);
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorProgress)

@@ -1,21 +1,17 @@
-#include "answers.h"
 #include "files.h"
 #include "processorbench.h"
 
 #include <QtCore/QJsonArray>
-#include <QtCore/QScopedPointer>
-#include <QtCore/QTemporaryDir>
 #include <QtNetwork/QSslConfiguration>
 #include <QtTest/QTest>
 
 using namespace processorbench;
 
+/// The one way on that a redirect leads, and what is kept of the way there.
 class tst_NetworkProcessorRedirects : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void follows_data();
     void follows();
     void logsTheRedirect();
@@ -27,9 +23,6 @@ private Q_SLOTS:
     void downloadsFromTheTarget();
     void followsWithoutARecord();
     void tellsWhetherItRedirected();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
 };
 
 namespace {
@@ -44,6 +37,12 @@ void redirect(ScriptedServer &server, const QByteArray &path, const QUrl &target
               const QByteArray &body = QByteArray(), int status = 302)
 {
     server.on(path, answers::bytes(body, status, {{"Location", target.toEncoded()}}));
+}
+
+// The request that is redirected.
+ReplyData firstRecord(const ProcessorBench &bench, const QString &replyType = replies::raw_get)
+{
+    return record(replyType, bench.server.url("/first"));
 }
 
 } // namespace
@@ -63,30 +62,21 @@ void tst_NetworkProcessorRedirects::follows()
 {
     QFETCH(int, status);
     QFETCH(bool, isPost);
-    ScriptedServer server;
-    const QUrl target = server.url("/second?x=1");
-    redirect(server, "/first", target, "[1,", status);
-    server.on("/second", answers::bytes("2]"));
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyData data = record(replies::raw_post, server.url("/first"));
+    ProcessorBench bench;
+    const QUrl target = bench.server.url("/second?x=1");
+    redirect(bench.server, "/first", target, "[1,", status);
+    bench.server.on("/second", answers::bytes("2]"));
+    ReplyData data = firstRecord(bench, replies::raw_post);
     data.request.setRawHeader("X-Own", "own value");
     data.request.setHeader(QNetworkRequest::ContentTypeHeader, QString(mime::json));
 
-    if (isPost)
-        processor.startPost(data, "body");
-    else
-        processor.startGet(data);
-    QVERIFY(recorder.waitFor("s_rawPost"));
+    bench.start(data, isPost);
+    QVERIFY(bench.recorder.waitFor("s_rawPost"));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_rawPost"});
     const QJsonDocument joined(QJsonArray{1, 2});
-    QCOMPARE(recorder.last("s_rawPost").at(0).toJsonDocument(), joined);
-    QCOMPARE(recorder.last("s_rawPost").at(1).toString(), target.toString());
-
-    QCOMPARE(server.requests().size(), 2);
-    const HttpRequest second = server.requests().at(1);
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_rawPost", joined, target.toString())});
+    QCOMPARE(bench.server.requests().size(), 2);
+    const HttpRequest second = bench.server.requests().at(1);
     QCOMPARE(second.method, QByteArray("GET"));
     QCOMPARE(second.target, QByteArray("/second?x=1"));
     QCOMPARE(second.body, QByteArray());
@@ -97,58 +87,50 @@ void tst_NetworkProcessorRedirects::follows()
     QCOMPARE(second.headers.keys(), names);
 
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY2(replies.at(0), "the redirected reply is kept");
-    QVERIFY(!replies.at(1));
+    QVERIFY2(bench.replies.at(0), "the redirected reply is kept");
+    QVERIFY(!bench.replies.at(1));
 }
 
 void tst_NetworkProcessorRedirects::logsTheRedirect()
 {
-    ScriptedServer server;
-    const QUrl target = server.url("/a%20b");
-    redirect(server, "/first", target);
-    server.on("/a%20b", answers::json({}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    const QUrl target = bench.server.url("/a%20b");
+    redirect(bench.server, "/first", target);
+    bench.server.on("/a%20b", answers::json({}));
 
-    processor.startGet(record(replies::raw_get, server.url("/first")));
-    QVERIFY(recorder.waitFor("s_rawGet"));
+    bench.start(firstRecord(bench));
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
 
-    QCOMPARE(texts(log, "<"),
+    QCOMPARE(bench.texts("<"),
              (QStringList{finishedText, redirectText.arg(target.toString()), foundText, sentText,
                           finishedText, "<TarvisNet::handleReply> Raw get finished"}));
-    QCOMPARE(texts(log, QString(), QtWarningMsg), QStringList());
+    QCOMPARE(bench.warnings(), QStringList());
 }
 
 void tst_NetworkProcessorRedirects::joinsTheBodiesOfAChain()
 {
-    ScriptedServer server;
-    redirect(server, "/1", server.url("/2"), "a");
-    redirect(server, "/2", server.url("/3"), "b");
-    redirect(server, "/3", server.url("/4"), "c");
-    server.on("/4", answers::bytes("d"));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    redirect(bench.server, "/first", bench.server.url("/2"), "a");
+    redirect(bench.server, "/2", bench.server.url("/3"), "b");
+    redirect(bench.server, "/3", bench.server.url("/4"), "c");
+    bench.server.on("/4", answers::bytes("d"));
 
-    processor.startGet(record(replies::remote_installer_log, server.url("/1")));
-    QVERIFY(recorder.waitFor("s_fetchInstallerChangeLogData"));
+    bench.start(firstRecord(bench, replies::remote_installer_log));
+    QVERIFY(bench.recorder.waitFor("s_fetchInstallerChangeLogData"));
 
-    const QVariantList expected{QByteArray("abcd"), server.url("/4").toString()};
-    QCOMPARE(recorder.last("s_fetchInstallerChangeLogData"), expected);
+    QCOMPARE(bench.recorder.last("s_fetchInstallerChangeLogData"),
+             (QVariantList{QByteArray("abcd"), bench.url("/4")}));
 }
 
 void tst_NetworkProcessorRedirects::reportsFailuresUnderTheNewUrl()
 {
-    ScriptedServer server;
-    redirect(server, "/first", server.url("/missing"), "{}");
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    redirect(bench.server, "/first", bench.server.url("/missing"), "{}");
 
-    processor.startGet(record(replies::raw_get, server.url("/first")));
-    QVERIFY(recorder.waitFor("s_errorChanged"));
+    bench.start(firstRecord(bench));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-217, server.url("/missing").toString()));
+    QCOMPARE(bench.outcomes(), Emissions{failure(-217, bench.url("/missing"))});
 }
 
 void tst_NetworkProcessorRedirects::takesTheTargetAsItIs_data()
@@ -167,109 +149,88 @@ void tst_NetworkProcessorRedirects::takesTheTargetAsItIs()
 {
     QFETCH(QByteArray, location);
     QFETCH(QString, url);
-    ScriptedServer server;
-    server.on("/first", answers::redirect(302, location));
-    server.on("/second", answers::json({}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    bench.server.on("/first", answers::redirect(302, location));
+    bench.server.on("/second", answers::json({}));
 
-    processor.startGet(record(replies::raw_get, server.url("/first")));
-    QVERIFY(recorder.waitFor("s_errorChanged"));
+    bench.start(firstRecord(bench));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-203, url));
-    QCOMPARE(texts(log, "redirect reply"), QStringList{redirectText.arg(url)});
-    QCOMPARE(server.requests().size(), 1);
+    QCOMPARE(bench.outcomes(), Emissions{failure(-203, url)});
+    QCOMPARE(bench.texts("redirect reply"), QStringList{redirectText.arg(url)});
+    QCOMPARE(bench.server.requests().size(), 1);
 }
 
 // An unknown certificate is accepted silently by the first request's configuration only.
 void tst_NetworkProcessorRedirects::leavesTheTlsConfigurationBehind()
 {
-    ScriptedServer server;
+    ProcessorBench bench;
     ScriptedServer tlsServer(ScriptedServer::Mode::Https);
-    redirect(server, "/first", tlsServer.url("/second"));
+    redirect(bench.server, "/first", tlsServer.url("/second"));
     tlsServer.on("/second", answers::json({}));
     QSslConfiguration lenient = QSslConfiguration::defaultConfiguration();
     lenient.setPeerVerifyMode(QSslSocket::VerifyNone);
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
 
-    ReplyData data = record(replies::raw_get, server.url("/first"));
+    ReplyData data = firstRecord(bench);
     data.request.setSslConfiguration(lenient);
-    processor.startGet(data);
-    QVERIFY(recorder.waitFor("s_rawGet"));
+    bench.start(data);
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
 
-    QCOMPARE(texts(log, "replySslErrors").size(), 1);
+    QCOMPARE(bench.texts("replySslErrors").size(), 1);
 }
 
 void tst_NetworkProcessorRedirects::downloadsFromTheTarget()
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("file");
-    ScriptedServer server;
-    redirect(server, "/first", server.url("/second"), "not of the file");
-    server.on("/second", answers::bytes("content"));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    redirect(bench.server, "/first", bench.server.url("/second"), "not of the file");
+    bench.server.on("/second", answers::bytes("content"));
 
-    processor.startGet(fileRecord(replies::remote_binary, server.url("/first"), path, 7));
-    QVERIFY(recorder.waitFor("s_finished"));
+    bench.start(fileRecord(replies::remote_binary, bench.server.url("/first"), bench.path(), 7));
+    QVERIFY(bench.recorder.waitFor("s_finished"));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_finished"});
-    QCOMPARE(recorder.last("s_finished"), QVariantList{server.url("/second").toString()});
-    QCOMPARE(files::read(path), QByteArray("content"));
-    QCOMPARE(texts(log, "replyReadyRead"),
+    QCOMPARE(bench.outcomes(), Emissions{emission("s_finished", bench.url("/second"))});
+    QCOMPARE(files::read(bench.path()), QByteArray("content"));
+    QCOMPARE(bench.texts("replyReadyRead"),
              QStringList{"<NetworkProcessor::replyReadyRead> Redircet attribuie:  302"});
 }
 
 // The follow-up gets an empty record, whose kind is unknown.
 void tst_NetworkProcessorRedirects::followsWithoutARecord()
 {
-    ScriptedServer server;
-    const QUrl target = server.url("/second");
-    server.on("/second", answers::json({}));
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor, server.url("/first"));
+    ProcessorBench bench;
+    const QUrl target = bench.server.url("/second");
+    bench.server.on("/second", answers::json({}));
+    const QPointer<FakeReply> reply = bench.follow(bench.server.url("/first"));
     reply->setAttribute(QNetworkRequest::RedirectionTargetAttribute, target);
-    LogCapture log;
 
     reply->finish();
-    QCOMPARE(texts(log),
+    QCOMPARE(bench.texts(),
              (QStringList{finishedText, redirectText.arg(target.toString()), sentText}));
     QCOMPARE(reply->abortCalls(), 0);
-    QVERIFY(recorder.waitFor("s_errorChanged"));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-215, target.toString()));
-    QCOMPARE(texts(log, "handleReply"), QStringList{"<TarvisNet::handleReply> Uknown reply"});
-    QCOMPARE(texts(log, QString(), QtWarningMsg), QStringList());
+    QCOMPARE(bench.outcomes(), Emissions{failure(-215, target.toString())});
+    QCOMPARE(bench.texts("handleReply"), QStringList{"<TarvisNet::handleReply> Uknown reply"});
+    QCOMPARE(bench.warnings(), QStringList());
     QVERIFY(reply);
 }
 
 void tst_NetworkProcessorRedirects::tellsWhetherItRedirected()
 {
-    NetworkProcessor processor;
+    ProcessorBench bench;
     FakeReply reply;
-    LogCapture log;
     bool redirected = true;
     const auto ask = [&] {
-        return QMetaObject::invokeMethod(&processor, "redirectReply", Qt::DirectConnection,
-                                         Q_RETURN_ARG(bool, redirected),
-                                         Q_ARG(QNetworkReply *, &reply));
+        bench.call("redirectReply", Q_RETURN_ARG(bool, redirected), Q_ARG(QNetworkReply *, &reply));
+        return redirected;
     };
 
-    QVERIFY(ask());
-    QVERIFY(!redirected);
-    QCOMPARE(texts(log), QStringList());
+    QVERIFY(!ask());
+    QCOMPARE(bench.texts(), QStringList());
 
     reply.setAttribute(QNetworkRequest::RedirectionTargetAttribute, QUrl("http://127.0.0.1/"));
     QVERIFY(ask());
-    QVERIFY(redirected);
-    QCOMPARE(texts(log), (QStringList{redirectText.arg("http://127.0.0.1/"), sentText}));
+    QCOMPARE(bench.texts(), (QStringList{redirectText.arg("http://127.0.0.1/"), sentText}));
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorRedirects)

@@ -1,49 +1,43 @@
-#include "answers.h"
 #include "processorbench.h"
 
 #include <QtCore/QJsonObject>
-#include <QtCore/QScopedPointer>
+#include <QtCore/QMetaEnum>
 #include <QtTest/QTest>
 
 using namespace processorbench;
 
-using Results = QList<QVariantList>;
-
+/// What each kind of request ends with, and what each error does.
 class tst_NetworkProcessorReplies : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_quiet.reset(new LogCapture); }
-    void cleanupTestCase() { m_quiet.reset(); }
     void results_data();
     void results();
     void unhandledKinds_data();
     void unhandledKinds();
     void warnsOfBytesWithoutARecord();
     void finishesWithoutARecord();
-    void abortsAndDeletesEveryReply();
     void answerWithoutARecordOverASocket();
-
-private:
-    QScopedPointer<LogCapture> m_quiet;
+    void errorCodes_data();
+    void errorCodes();
+    void unknownScheme();
+    void canceledReply();
+    void abortsAndDeletesEveryReply();
+    void readsNothingAfterAnError();
 };
 
 namespace {
 
 const QString handled = "<TarvisNet::handleReply> ";
 
-QVariantList result(const char *signal)
+QString errorText(const QString &name)
 {
-    return {QString(signal)};
+    return "<NetworkProcessor::replyError> Network error: \n  code:  " + name + " \n";
 }
 
-QVariantList result(const char *signal, const QVariant &value)
-{
-    return {QString(signal), value};
-}
-
+// The URL follows in every emission.
 void addResultRow(const QString &replyType, const QByteArray &body, const QString &text,
-                  const Results &expected)
+                  const Emissions &expected)
 {
     for (const bool isPost : {false, true}) {
         for (const auto mode : {ScriptedServer::Mode::Http, ScriptedServer::Mode::Https}) {
@@ -57,19 +51,6 @@ void addResultRow(const QString &replyType, const QByteArray &body, const QStrin
     }
 }
 
-// What was emitted, each as the signal's name and its arguments without the URL, which is compared.
-Results emitted(const SignalRecorder &recorder, const QString &url)
-{
-    Results found;
-    for (const SignalCall &call : outcomes(recorder)) {
-        QVariantList args = call.args;
-        if (args.takeLast() != url)
-            args.append("under another URL");
-        found.append(QVariantList{call.name} + args);
-    }
-    return found;
-}
-
 } // namespace
 
 void tst_NetworkProcessorReplies::results_data()
@@ -79,7 +60,7 @@ void tst_NetworkProcessorReplies::results_data()
     QTest::addColumn<bool>("isPost");
     QTest::addColumn<ScriptedServer::Mode>("mode");
     QTest::addColumn<QStringList>("log");
-    QTest::addColumn<Results>("expected");
+    QTest::addColumn<Emissions>("expected");
 
     const QByteArray json(R"({"a":1})");
     const QJsonDocument document(QJsonObject{{"a", 1}});
@@ -96,30 +77,28 @@ void tst_NetworkProcessorReplies::results_data()
         {replies::raw_post, "Raw post finished", "s_rawPost"},
     };
     for (const auto &kind : jsonKinds) {
-        addResultRow(kind.replyType, json, kind.text, {result(kind.signal, document)});
-        addResultRow(kind.replyType, notJson, kind.text, {result(kind.signal, null)});
-        addResultRow(kind.replyType, QByteArray(), kind.text, {result(kind.signal, null)});
+        addResultRow(kind.replyType, json, kind.text, {emission(kind.signal, document)});
+        addResultRow(kind.replyType, notJson, kind.text, {emission(kind.signal, null)});
+        addResultRow(kind.replyType, QByteArray(), kind.text, {emission(kind.signal, null)});
     }
 
     addResultRow(replies::redirect_reply, json, "Redirect finished", {});
-    addResultRow(replies::remote_binary, json, "Binary finished", {result("s_finished")});
-    addResultRow(replies::remote_installer, json, "Installer finished", {result("s_finished")});
+    addResultRow(replies::remote_binary, json, "Binary finished", {emission("s_finished")});
+    addResultRow(replies::remote_installer, json, "Installer finished", {emission("s_finished")});
     addResultRow(replies::remote_installer_sum, json, "Installer check summ finished", {});
 
     const QByteArray text("\xC3\x84nderung\nzwei");
     const QByteArray withNul("before\0behind", 13);
-    const QString changeLog = "Installer change log finished";
-    addResultRow(replies::remote_installer_log, text, changeLog,
-                 {result("s_fetchInstallerChangeLog", QString::fromUtf8(text)),
-                  result("s_fetchInstallerChangeLogData", text)});
-    addResultRow(replies::remote_installer_log, withNul, changeLog,
-                 {result("s_fetchInstallerChangeLog", "before"),
-                  result("s_fetchInstallerChangeLogData", withNul)});
-    addResultRow(replies::remote_installer_log, QByteArray(), changeLog,
-                 {result("s_fetchInstallerChangeLog", QString("")),
-                  result("s_fetchInstallerChangeLogData", QByteArray())});
+    const auto addChangeLog = [](const QByteArray &body, const QString &asText) {
+        addResultRow(replies::remote_installer_log, body, "Installer change log finished",
+                     {emission("s_fetchInstallerChangeLog", asText),
+                      emission("s_fetchInstallerChangeLogData", body)});
+    };
+    addChangeLog(text, QString::fromUtf8(text));
+    addChangeLog(withNul, "before");
+    addChangeLog(QByteArray(), "");
     addResultRow(replies::raw_get_file, QByteArray(), "Raw file get finished",
-                 {result("s_rawGetFileFinished")});
+                 {emission("s_rawGetFileFinished")});
 }
 
 void tst_NetworkProcessorReplies::results()
@@ -129,131 +108,177 @@ void tst_NetworkProcessorReplies::results()
     QFETCH(bool, isPost);
     QFETCH(ScriptedServer::Mode, mode);
     QFETCH(QStringList, log);
-    QFETCH(Results, expected);
-    ScriptedServer server(mode);
-    server.on("/path", answers::bytes(body));
-    LogCapture capture;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const ReplyData data = record(replyType, server.url("/path"));
+    QFETCH(Emissions, expected);
+    ProcessorBench bench(mode);
+    bench.server.on("/path", answers::bytes(body));
 
-    if (isPost)
-        processor.startPost(data, "sent");
-    else
-        processor.startGet(data);
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(record(replyType, bench.server.url("/path")), isPost));
 
-    QCOMPARE(emitted(recorder, data.request.url().toString()), expected);
-    QCOMPARE(texts(capture, "<TarvisNet"), log);
-    QCOMPARE(texts(capture, "replyFinished"), QStringList{"<NetworkProcessor::replyFinished>"});
-    QCOMPARE(texts(capture, QString(), QtWarningMsg), QStringList());
+    for (QVariantList &call : expected)
+        call.append(bench.url("/path"));
+    QCOMPARE(bench.outcomes(), expected);
+    QCOMPARE(bench.texts("<TarvisNet"), log);
+    QCOMPARE(bench.texts("replyFinished"), QStringList{"<NetworkProcessor::replyFinished>"});
+    QCOMPARE(bench.warnings(), QStringList());
 }
 
 void tst_NetworkProcessorReplies::unhandledKinds_data()
 {
     QTest::addColumn<QString>("replyType");
 
-    QTest::newRow("rawDelete") << QString(replies::raw_delete);
-    QTest::newRow("rawPatch") << QString(replies::raw_patch);
-    QTest::newRow("rawPostFile") << QString(replies::raw_post_file);
-    QTest::newRow("none") << QString();
-    QTest::newRow("other case") << "RawGet";
-    QTest::newRow("longer") << "rawGetFile2";
-    QTest::newRow("unheard of") << "something";
+    for (const char *kind : {"rawDelete", "rawPatch", "rawPostFile", "", "RawGet", "rawGetFile2"})
+        QTest::newRow(kind) << QString(kind);
 }
 
 void tst_NetworkProcessorReplies::unhandledKinds()
 {
     QFETCH(QString, replyType);
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    LogCapture log;
-    ReplyCatcher replies;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
+    ProcessorBench bench;
+    bench.server.onRequest(answers::json({}));
 
-    processor.startGet(record(replyType, server.url()));
-    QVERIFY(replies.waitUntilGone());
+    QVERIFY(bench.run(record(replyType, bench.server.url())));
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-215, server.url().toString()));
-    QCOMPARE(texts(log, "<TarvisNet"), QStringList{handled + "Uknown reply"});
+    QCOMPARE(bench.outcomes(), Emissions{failure(-215, bench.url())});
+    QCOMPARE(bench.texts("<TarvisNet"), QStringList{handled + "Uknown reply"});
 }
 
 void tst_NetworkProcessorReplies::warnsOfBytesWithoutARecord()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor);
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
     reply->setStatus(404);
     reply->appendBody("bytes");
-    LogCapture log;
 
     Q_EMIT reply->readyRead();
 
-    QCOMPARE(texts(log, QString(), QtWarningMsg),
+    QCOMPARE(bench.warnings(),
              QStringList{"<NetworkProcessor::replyReadyRead> Unrecognized reply"});
-    QCOMPARE(texts(log), QStringList());
+    QCOMPARE(bench.texts(), QStringList());
     QCOMPARE(reply->bytesAvailable(), 5);
-    QCOMPARE(recorder.names(), QStringList());
+    QCOMPARE(bench.recorder.names(), QStringList());
 }
 
 void tst_NetworkProcessorReplies::finishesWithoutARecord()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor, QUrl("http://127.0.0.1/path"));
-    LogCapture log;
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow(QUrl("http://127.0.0.1/path"));
 
     reply->finish();
 
-    QCOMPARE(recorder.names(), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-215, QString()));
-    QCOMPARE(texts(log),
+    QCOMPARE(bench.outcomes(), Emissions{failure(-215, QString())});
+    QCOMPARE(bench.texts(),
              (QStringList{"<NetworkProcessor::replyFinished>",
                           "<NetworkProcessor::replyFinished> Uknown reply."}));
     QCOMPARE(reply->abortCalls(), 1);
-    deleteNow(reply);
-    QVERIFY(!reply);
+}
+
+void tst_NetworkProcessorReplies::answerWithoutARecordOverASocket()
+{
+    ProcessorBench bench;
+    bench.server.onRequest(answers::json({}));
+    QNetworkReply *reply = nullptr;
+
+    bench.call("get", Q_RETURN_ARG(QNetworkReply *, reply),
+               Q_ARG(QNetworkRequest, QNetworkRequest(bench.server.url())));
+    QVERIFY(reply);
+    QVERIFY(bench.replies.waitUntilGone());
+
+    QCOMPARE(bench.outcomes(), Emissions{failure(-215, QString())});
+    QCOMPARE(bench.warnings(),
+             QStringList{"<NetworkProcessor::replyReadyRead> Unrecognized reply"});
+}
+
+void tst_NetworkProcessorReplies::errorCodes_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<Emissions>("expected");
+
+    const QString url = "http://127.0.0.1/some path";
+    const QMap<int, Emissions> special{
+        {5, {}}, {99, {failure(-216, url)}}, {203, {failure(-217, url)}}};
+    const Emissions other{failure(-203, url)};
+    const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
+    for (int index = 0; index < errors.keyCount(); ++index) {
+        const int code = errors.value(index);
+        QTest::newRow(errors.key(index))
+            << code << QString("QNetworkReply::") + errors.key(index) << special.value(code, other);
+    }
+    QTest::newRow("no enumerator") << 500 << "QNetworkReply::NetworkError(500)" << other;
+}
+
+void tst_NetworkProcessorReplies::errorCodes()
+{
+    QFETCH(int, code);
+    QFETCH(QString, name);
+    QFETCH(Emissions, expected);
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow(QUrl("http://127.0.0.1/some path"));
+
+    reply->fail(QNetworkReply::NetworkError(code));
+
+    QCOMPARE(bench.outcomes(), expected);
+    QCOMPARE(bench.recorder.calls().size(), expected.size());
+    QCOMPARE(bench.texts(), QStringList{errorText(name)});
+}
+
+void tst_NetworkProcessorReplies::unknownScheme()
+{
+    ProcessorBench bench;
+    const QString url = "gopher://127.0.0.1/path";
+
+    QVERIFY(bench.run(record(replies::raw_post, QUrl(url)), true));
+
+    QCOMPARE(bench.outcomes(), Emissions{failure(-203, url)});
+    QCOMPARE(bench.texts("replyError"),
+             QStringList{errorText("QNetworkReply::ProtocolUnknownError")});
+}
+
+void tst_NetworkProcessorReplies::canceledReply()
+{
+    ProcessorBench bench;
+    bench.server.onRequest(answers::withhold());
+    bench.start(record(replies::raw_get, bench.server.url()));
+    QVERIFY(bench.server.waitForRequests(1));
+
+    bench.replies.at()->abort();
+    QVERIFY(bench.replies.waitUntilGone());
+
+    QCOMPARE(bench.outcomes(), Emissions());
+    QCOMPARE(bench.texts("replyError"),
+             QStringList{errorText("QNetworkReply::OperationCanceledError")});
+    QCOMPARE(bench.texts("replyFinished"), QStringList{"<NetworkProcessor::replyFinished>"});
 }
 
 // The processor aborts even what has finished, and the reply of a finished request is not kept.
 void tst_NetworkProcessorReplies::abortsAndDeletesEveryReply()
 {
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    const QPointer<FakeReply> reply = follow(processor);
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
 
     reply->fail(QNetworkReply::TimeoutError);
     reply->finish();
 
-    QCOMPARE(recorder.of("s_errorChanged"), (Results{error(-203, {}), error(-215, {})}));
+    QCOMPARE(bench.outcomes(), (Emissions{failure(-203, QString()), failure(-215, QString())}));
     QCOMPARE(reply->abortCalls(), 1);
-    deleteNow(reply);
+    QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
     QVERIFY(!reply);
 }
 
-void tst_NetworkProcessorReplies::answerWithoutARecordOverASocket()
+void tst_NetworkProcessorReplies::readsNothingAfterAnError()
 {
-    ScriptedServer server;
-    server.onRequest(answers::json({}));
-    LogCapture log;
-    NetworkProcessor processor;
-    SignalRecorder recorder(&processor);
-    ReplyCatcher replies;
-    QNetworkReply *reply = nullptr;
+    ProcessorBench bench;
+    const QPointer<FakeReply> reply = bench.follow();
+    reply->fail(QNetworkReply::InternalServerError, "broken by the test");
+    reply->appendBody("bytes");
+    bench.log.clear();
 
-    QVERIFY(QMetaObject::invokeMethod(&processor, "get", Qt::DirectConnection,
-                                      Q_RETURN_ARG(QNetworkReply *, reply),
-                                      Q_ARG(QNetworkRequest, QNetworkRequest(server.url()))));
-    QVERIFY(reply);
-    QVERIFY(replies.waitUntilGone());
+    Q_EMIT reply->readyRead();
+    Q_EMIT reply->readyRead();
 
-    QCOMPARE(outcomeNames(recorder), QStringList{"s_errorChanged"});
-    QCOMPARE(recorder.last("s_errorChanged"), error(-215, QString()));
-    QCOMPARE(texts(log, QString(), QtWarningMsg),
-             QStringList{"<NetworkProcessor::replyReadyRead> Unrecognized reply"});
+    const QString text = "<NetworkProcessor::replyReadyRead> some error:  \"broken by the test\"";
+    QCOMPARE(bench.texts(), (QStringList{text, text}));
+    QCOMPARE(reply->bytesAvailable(), 5);
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorReplies)

@@ -25,11 +25,7 @@ public:
     using QNetworkReply::ignoreSslErrors;
     using QNetworkReply::setAttribute;
     using QNetworkReply::setError;
-    using QNetworkReply::setFinished;
-    using QNetworkReply::setHeader;
-    using QNetworkReply::setOperation;
     using QNetworkReply::setRawHeader;
-    using QNetworkReply::setRequest;
     using QNetworkReply::setUrl;
 
     /// Sets the HTTP status attribute.

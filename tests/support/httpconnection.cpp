@@ -227,19 +227,6 @@ qint64 HttpConnection::unsent() const
     return m_socket->bytesToWrite() + (tls ? tls->encryptedBytesToWrite() : 0);
 }
 
-qint64 HttpConnection::bytesToWrite() const
-{
-    qint64 bytes = unsent();
-    for (const Output &output : m_outputs)
-        bytes += output.size - output.done;
-    return bytes;
-}
-
-void HttpConnection::flush()
-{
-    m_socket->flush();
-}
-
 void HttpConnection::carryOutEnding()
 {
     switch (m_ending) {

@@ -50,9 +50,6 @@ public:
     void end(Ending ending);
     void cork();
 
-    qint64 bytesToWrite() const;
-    void flush();
-
     static Output outputOf(const QByteArray &bytes);
 
 private:

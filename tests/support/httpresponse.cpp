@@ -22,16 +22,11 @@ HttpResponse::HttpResponse(HttpConnection *connection, quint64 serial)
 {
 }
 
-HttpConnection *HttpResponse::current() const
-{
-    const bool isCurrent = m_connection && m_connection->serial() == m_serial;
-    return isCurrent ? m_connection.data() : nullptr;
-}
-
 HttpConnection *HttpResponse::live() const
 {
-    HttpConnection *const connection = current();
-    return connection && connection->isOpen() && !connection->isEnding() ? connection : nullptr;
+    const bool isLive = m_connection && m_connection->serial() == m_serial && m_connection->isOpen()
+        && !m_connection->isEnding();
+    return isLive ? m_connection.data() : nullptr;
 }
 
 void HttpResponse::send(int status, const HttpHeaders &headers, const QByteArray &body)
@@ -103,23 +98,6 @@ void HttpResponse::reset()
 {
     if (HttpConnection *const connection = live())
         connection->end(HttpConnection::Ending::Reset);
-}
-
-bool HttpResponse::isAlive() const
-{
-    return live() != nullptr;
-}
-
-qint64 HttpResponse::bytesToWrite() const
-{
-    const HttpConnection *const connection = current();
-    return connection ? connection->bytesToWrite() : 0;
-}
-
-void HttpResponse::flush()
-{
-    if (HttpConnection *const connection = current())
-        connection->flush();
 }
 
 QByteArray HttpResponse::generated(qint64 from, qint64 size)

@@ -66,21 +66,12 @@ public:
 
     /// @}
 
-    /// Whether the answer can still go on: not complete, and the client is there.
-    bool isAlive() const;
-    /// How many bytes are not yet handed to the operating system.
-    qint64 bytesToWrite() const;
-    /// Hands as much to the operating system as it takes.
-    void flush();
-
     /// \a size bytes from position \a from of an endless sequence without a short period, so that
     /// lost or repeated pieces show.
     static QByteArray generated(qint64 from, qint64 size);
 
 private:
-    /// The connection while this answer is the current one on it, otherwise null.
-    HttpConnection *current() const;
-    /// The same while the answer may still be added to.
+    /// The connection while this answer may be added to, otherwise null.
     HttpConnection *live() const;
 
     QPointer<HttpConnection> m_connection;

@@ -62,9 +62,8 @@ QByteArray readPem(ScriptedServer::Certificate certificate, const QString &suffi
 
 } // namespace
 
-ScriptedServer::ScriptedServer(Mode mode, QObject *parent)
-    : QObject(parent)
-    , m_mode(mode)
+ScriptedServer::ScriptedServer(Mode mode)
+    : m_mode(mode)
     , m_listener(new ScriptedTcpServer(this))
     , m_fallback([](const Request &, Response &response) { response.send(404); })
 {
@@ -176,16 +175,6 @@ QList<ScriptedServer::Request> ScriptedServer::requests(const QByteArray &path) 
 bool ScriptedServer::waitForRequests(int count, int msec)
 {
     return m_awaiter.wait([this, count] { return m_requests.size() >= count; }, msec);
-}
-
-int ScriptedServer::connections() const
-{
-    return m_open.size();
-}
-
-int ScriptedServer::acceptedConnections() const
-{
-    return m_accepted;
 }
 
 bool ScriptedServer::waitForAccepted(int count, int msec)

@@ -60,7 +60,7 @@ public:
         WrongName,
     };
 
-    explicit ScriptedServer(Mode mode = Mode::Http, QObject *parent = nullptr);
+    explicit ScriptedServer(Mode mode = Mode::Http);
     ~ScriptedServer() override;
 
     /// \name TLS of the connections to come
@@ -92,13 +92,10 @@ public:
     /// Runs the event loop until there are at least \a count requests. False when that takes longer
     /// than \a msec.
     bool waitForRequests(int count, int msec = 10000);
-    /// Connections that are open now. One of HTTPS counts before its handshake too.
-    int connections() const;
-    /// Connections accepted so far.
-    int acceptedConnections() const;
     /// Runs the event loop until at least \a count connections were accepted.
     bool waitForAccepted(int count, int msec = 10000);
-    /// Runs the event loop until exactly \a count connections are open.
+    /// Runs the event loop until exactly \a count connections are open. One of HTTPS counts before
+    /// its handshake too.
     bool waitForConnections(int count, int msec = 10000);
     /// Forgets the requests; connections and handlers stay.
     void clear();

@@ -41,6 +41,19 @@ void passALoop()
     loop.exec();
 }
 
+/// As a receiver does that deletes the object whose signal it hears.
+void dieInACall(Owner *owner)
+{
+    const ActiveCall call(owner, owner->manager);
+    delete owner;
+    QVERIFY(call.ownerGone());
+}
+
+QSharedPointer<QMutex> newMutex()
+{
+    return QSharedPointer<QMutex>::create(QMutex::Recursive);
+}
+
 bool isFreeElsewhere(QMutex &mutex)
 {
     bool taken = false;
@@ -60,7 +73,6 @@ class tst_Lifetime : public QObject {
 private Q_SLOTS:
     void tellsThatTheOwnerLives();
     void livingOwnerReleasesItsManager();
-    void tellsThatTheOwnerIsGone();
     void everyCallOfANestTells();
     void keepsTheManagerUntilTheEventLoop();
     void keepsTheManagerWithoutAnEventLoop();
@@ -70,12 +82,10 @@ private Q_SLOTS:
     void aSharedManagerGoesOn();
     void needsNoManager();
 
-    void locks();
-    void locksAgainInTheSameThread();
+    void locksAsOftenAsTheThreadWants();
     void failsWhenAnotherThreadHoldsTheLock();
     void waitsForTheLock();
     void mutexOutlivesItsOwner();
-    void mutexOutlivesItsOwnerThroughANest();
 };
 
 void tst_Lifetime::tellsThatTheOwnerLives()
@@ -97,14 +107,6 @@ void tst_Lifetime::livingOwnerReleasesItsManager()
         QVERIFY(manager);
     }
     QVERIFY(!manager);
-}
-
-void tst_Lifetime::tellsThatTheOwnerIsGone()
-{
-    auto *owner = new Owner;
-    const ActiveCall call(owner, owner->manager);
-    delete owner;
-    QVERIFY(call.ownerGone());
 }
 
 void tst_Lifetime::everyCallOfANestTells()
@@ -133,10 +135,7 @@ void tst_Lifetime::keepsTheManagerUntilTheEventLoop()
     QEventLoop loop;
     connect(owner->manager.data(), &QObject::destroyed, &loop, &QEventLoop::quit);
     QTimer::singleShot(0, &loop, [owner, &manager, &keptAfterTheCall] {
-        {
-            const ActiveCall call(owner, owner->manager);
-            delete owner;
-        }
+        dieInACall(owner);
         keptAfterTheCall = !manager.isNull();
     });
     QTimer::singleShot(10000, &loop, &QEventLoop::quit);
@@ -151,10 +150,7 @@ void tst_Lifetime::keepsTheManagerWithoutAnEventLoop()
 {
     auto *owner = new Owner;
     const QWeakPointer<QNetworkAccessManager> manager = owner->manager;
-    {
-        const ActiveCall call(owner, owner->manager);
-        delete owner;
-    }
+    dieInACall(owner);
     QVERIFY(manager);
     passALoop();
     QVERIFY(!manager);
@@ -167,10 +163,7 @@ void tst_Lifetime::keepsTheManagerThroughANestedLoop()
     const QWeakPointer<QNetworkAccessManager> manager = owner->manager;
     bool keptBehindTheNestedLoop = false;
     runInLoop([owner, &manager, &keptBehindTheNestedLoop] {
-        {
-            const ActiveCall call(owner, owner->manager);
-            delete owner;
-        }
+        dieInACall(owner);
         passALoop();
         keptBehindTheNestedLoop = !manager.isNull();
     });
@@ -189,10 +182,7 @@ void tst_Lifetime::keepsTheManagerWhenTheOwnerDiesInANestedLoop()
     runInLoop([&] {
         {
             const ActiveCall outer(owner, owner->manager);
-            runInLoop([owner] {
-                const ActiveCall inner(owner, owner->manager);
-                delete owner;
-            });
+            runInLoop([owner] { dieInACall(owner); });
             passALoop();
             keptInTheOuterCall = outer.ownerGone() && manager;
         }
@@ -211,10 +201,7 @@ void tst_Lifetime::keepsTheReplyThatIsEmitting()
     auto *owner = new Owner;
     auto *reply = new FakeReply(QUrl(), owner->manager.data());
     const QPointer<FakeReply> watched = reply;
-    connect(reply, &QNetworkReply::finished, this, [owner] {
-        const ActiveCall call(owner, owner->manager);
-        delete owner;
-    });
+    connect(reply, &QNetworkReply::finished, this, [owner] { dieInACall(owner); });
     runInLoop([reply, &watched] {
         reply->finish();
         QVERIFY(watched);
@@ -229,10 +216,7 @@ void tst_Lifetime::aSharedManagerGoesOn()
     const QPointer<QNetworkAccessManager> watched = manager.data();
     auto *owner = new Owner;
     owner->manager = manager;
-    runInLoop([owner] {
-        const ActiveCall call(owner, owner->manager);
-        delete owner;
-    });
+    runInLoop([owner] { dieInACall(owner); });
     passALoop();
     QVERIFY(watched);
 }
@@ -249,22 +233,12 @@ void tst_Lifetime::needsNoManager()
     passALoop();
 }
 
-void tst_Lifetime::locks()
+void tst_Lifetime::locksAsOftenAsTheThreadWants()
 {
-    const auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
-    {
-        const QueueLock lock(mutex, 0);
-        QVERIFY(lock.isLocked());
-        QVERIFY(!isFreeElsewhere(*mutex));
-    }
-    QVERIFY(isFreeElsewhere(*mutex));
-}
-
-void tst_Lifetime::locksAgainInTheSameThread()
-{
-    const auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
+    const auto mutex = newMutex();
     {
         const QueueLock outer(mutex, 0);
+        QVERIFY(outer.isLocked());
         {
             const QueueLock inner(mutex, 0);
             QVERIFY(inner.isLocked());
@@ -276,7 +250,7 @@ void tst_Lifetime::locksAgainInTheSameThread()
 
 void tst_Lifetime::failsWhenAnotherThreadHoldsTheLock()
 {
-    const auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
+    const auto mutex = newMutex();
     QSemaphore locked;
     QSemaphore mayUnlock;
     std::thread holder([&] {
@@ -303,7 +277,7 @@ void tst_Lifetime::failsWhenAnotherThreadHoldsTheLock()
 
 void tst_Lifetime::waitsForTheLock()
 {
-    const auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
+    const auto mutex = newMutex();
     QSemaphore locked;
     std::thread holder([&] {
         mutex->lock();
@@ -320,21 +294,7 @@ void tst_Lifetime::waitsForTheLock()
 void tst_Lifetime::mutexOutlivesItsOwner()
 {
     LogCapture log;
-    auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
-    const QWeakPointer<QMutex> watched = mutex;
-    {
-        const QueueLock lock(mutex, 0);
-        mutex.reset();
-        QVERIFY(watched);
-    }
-    QVERIFY(!watched);
-    QCOMPARE(log.texts(), QStringList());
-}
-
-void tst_Lifetime::mutexOutlivesItsOwnerThroughANest()
-{
-    LogCapture log;
-    auto mutex = QSharedPointer<QMutex>::create(QMutex::Recursive);
+    auto mutex = newMutex();
     const QWeakPointer<QMutex> watched = mutex;
     {
         const QueueLock outer(mutex, 0);

@@ -99,27 +99,19 @@ class tst_PendingQueue : public QObject {
 
 private Q_SLOTS:
     void startsEmpty();
-    void keepsTheOrder();
-    void takesOutWhatWasPutIn();
     void findsDuplicates_data();
     void findsDuplicates();
     void comparesWholeRecords();
-    void forgetsTakenRecords();
     void keepsEqualRecords();
     void removePath_data();
     void removePath();
-    void removedRecordsAreForgotten();
-    void goesOnAfterBeingDrained();
     void behavesLikeTheNaiveQueue_data();
     void behavesLikeTheNaiveQueue();
     void holdsManyRecords_data();
     void holdsManyRecords();
     void equalRecordsHaveEqualHashes_data();
     void equalRecordsHaveEqualHashes();
-    void theEmptyRecordHasAHash();
     void theSeedCounts();
-    void hashLooksAtEveryField_data();
-    void hashLooksAtEveryField();
     void hashLooksAtTheHeaders();
     void hashSpreads_data();
     void hashSpreads();
@@ -133,26 +125,6 @@ void tst_PendingQueue::startsEmpty()
     QVERIFY(!queue.contains(ReplyData()));
     queue.removePath("/nothing");
     queue.removePath(QString());
-    QVERIFY(queue.isEmpty());
-}
-
-void tst_PendingQueue::keepsTheOrder()
-{
-    PendingQueue queue;
-    for (const int tag : {5, 1, 9, 3})
-        queue.append(tagged(tag));
-    QCOMPARE(queue.size(), 4);
-    QCOMPARE(drainedTags(queue), QList<int>({5, 1, 9, 3}));
-}
-
-void tst_PendingQueue::takesOutWhatWasPutIn()
-{
-    PendingQueue queue;
-    queue.append(recordfields::filled(1));
-    queue.append(recordfields::filled(2));
-    QVERIFY(queue.takeFirst() == recordfields::filled(1));
-    QCOMPARE(queue.size(), 1);
-    QVERIFY(queue.takeFirst() == recordfields::filled(2));
     QVERIFY(queue.isEmpty());
 }
 
@@ -191,16 +163,6 @@ void tst_PendingQueue::comparesWholeRecords()
     queue.append(record);
     QVERIFY(queue.contains(record));
     QVERIFY(queue.contains(tagged(1, "http://127.0.0.1/a")));
-}
-
-void tst_PendingQueue::forgetsTakenRecords()
-{
-    PendingQueue queue;
-    queue.append(tagged(1));
-    queue.append(tagged(2));
-    queue.takeFirst();
-    QVERIFY(!queue.contains(tagged(1)));
-    QVERIFY(queue.contains(tagged(2)));
 }
 
 void tst_PendingQueue::keepsEqualRecords()
@@ -253,33 +215,6 @@ void tst_PendingQueue::removePath()
     QCOMPARE(drainedTags(queue), left);
 }
 
-void tst_PendingQueue::removedRecordsAreForgotten()
-{
-    PendingQueue queue;
-    queue.append(tagged(1, "http://127.0.0.1/a"));
-    queue.append(tagged(2, "http://127.0.0.1/b"));
-    queue.append(tagged(1, "http://127.0.0.1/a"));
-    queue.removePath("/a");
-    QVERIFY(!queue.contains(tagged(1, "http://127.0.0.1/a")));
-    QVERIFY(queue.contains(tagged(2, "http://127.0.0.1/b")));
-
-    queue.append(tagged(1, "http://127.0.0.1/a"));
-    QCOMPARE(drainedTags(queue), QList<int>({2, 1}));
-    queue.removePath("/a");
-    QVERIFY(queue.isEmpty());
-}
-
-void tst_PendingQueue::goesOnAfterBeingDrained()
-{
-    PendingQueue queue;
-    queue.append(tagged(1));
-    queue.takeFirst();
-    queue.append(tagged(1));
-    queue.append(tagged(2));
-    QVERIFY(queue.contains(tagged(1)));
-    QCOMPARE(drainedTags(queue), QList<int>({1, 2}));
-}
-
 void tst_PendingQueue::behavesLikeTheNaiveQueue_data()
 {
     QTest::addColumn<uint>("seed");
@@ -294,6 +229,7 @@ void tst_PendingQueue::behavesLikeTheNaiveQueue()
     PendingQueue queue;
     NaiveQueue model;
 
+    int drained = 0;
     for (int step = 0; step < 1500; ++step) {
         const ReplyData record = randomRecord(random);
         QCOMPARE(queue.contains(record), model.contains(record));
@@ -315,7 +251,9 @@ void tst_PendingQueue::behavesLikeTheNaiveQueue()
         }
         QCOMPARE(queue.size(), model.size());
         QCOMPARE(queue.isEmpty(), model.isEmpty());
+        drained += model.isEmpty() ? 1 : 0;
     }
+    QVERIFY(drained > 0);
     while (!model.isEmpty())
         QVERIFY(queue.takeFirst() == model.takeFirst());
     QVERIFY(queue.isEmpty());
@@ -389,28 +327,11 @@ void tst_PendingQueue::equalRecordsHaveEqualHashes()
     QCOMPARE(qHash(left, 5), qHash(right, 5));
 }
 
-void tst_PendingQueue::theEmptyRecordHasAHash()
-{
-    QVERIFY(qHash(ReplyData()) != 0);
-}
-
 void tst_PendingQueue::theSeedCounts()
 {
+    QVERIFY(qHash(ReplyData()) != 0);
     QVERIFY(qHash(recordfields::filled(1), 1) != qHash(recordfields::filled(1), 2));
     QCOMPARE(qHash(recordfields::filled(1)), qHash(recordfields::filled(1), 0));
-}
-
-void tst_PendingQueue::hashLooksAtEveryField_data()
-{
-    findsDuplicates_data();
-}
-
-void tst_PendingQueue::hashLooksAtEveryField()
-{
-    QFETCH(int, field);
-    ReplyData record = recordfields::filled(1);
-    recordfields::all[field].set(record, 2);
-    QVERIFY(qHash(record) != qHash(recordfields::filled(1)));
 }
 
 void tst_PendingQueue::hashLooksAtTheHeaders()

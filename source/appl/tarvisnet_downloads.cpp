@@ -14,53 +14,84 @@ bool isTemporaryPath(const QString &path)
     return QFileInfo(path).suffix() == general::temp_file_suffix;
 }
 
+/// Logs and removes a destination that is complete already. The form with a path has always named
+/// it twice.
+void discardCompleteFile(const char *function, AddressForm form, const FileData &file)
+{
+    const QFileInfo destination(file.filePath);
+    if (!destination.exists() || destination.size() == 0
+        || quint64(destination.size()) != file.size) {
+        return;
+    }
+    {
+        QDebug log = clientLog.debug(function);
+        log << "<TarvisNet::fetchBinary> File allready exist: ";
+        if (form == AddressForm::Path)
+            log << file.filePath;
+        log << file.filePath << " -- reloading";
+    }
+    QFile::remove(file.filePath);
+}
+
+void queueBinary(const TarvisNetPrivate &client, const char *function, const QUrl &url,
+                 AddressForm form, FileData file)
+{
+    QNetworkRequest request = client.fileRequest(url, mime::wwwForm, replies::remote_binary, form);
+    file.tempFilePath = client.temporaryPath(file.filePath);
+    if (!file.filePath.isEmpty()) {
+        discardCompleteFile(function, form, file);
+        const qint64 available = QFileInfo(file.tempFilePath).size();
+        if (available != 0 && quint64(available) < file.size) {
+            request.setRawHeader("Range", openRange(available));
+            file.resumeOffset = available;
+        }
+    }
+    client.add(newRecord(replies::remote_binary, request, QByteArray(), file));
+}
+
 } // namespace
+
+void TarvisNet::fetchBinary(QString _urlPath, QString _savePath, qulonglong _size, QString _hash)
+{
+    const QUrl url = d->serverUrl(_urlPath);
+    if (!url.isValid()) {
+        d->refuse(Q_FUNC_INFO, "<TarvisNet::fetchBinary> Invalid url: ", true, url.toString());
+        return;
+    }
+    queueBinary(*d, Q_FUNC_INFO, url, AddressForm::Path,
+                FileData{_savePath, QString(), _hash, _size, 0});
+}
+
+void TarvisNet::fetchBinary(QUrl _url, QString _savePath, qulonglong _size, QString _hash)
+{
+    if (!_url.isValid()) {
+        d->refuse(Q_FUNC_INFO, invalidAnyUrl, true, _url.toString());
+        return;
+    }
+    queueBinary(*d, Q_FUNC_INFO, withScheme(_url), AddressForm::Url,
+                FileData{_savePath, QString(), _hash, _size, 0});
+}
 
 void TarvisNet::saveBinary(QNetworkReply *_reply)
 {
-    const QString url = replytools::urlText(_reply);
-    const auto active = d->replies.find(_reply);
-    if (active == d->replies.end()) {
+    const QString url = replyinfo::urlText(_reply);
+    const auto transfer = d->transfers.find(_reply);
+    if (transfer == d->transfers.end()) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Unrecognized reply!";
         return;
     }
-    const FileData &file = active->record.fileData;
+    const FileData &file = transfer->record.fileData;
     if (file.filePath.isEmpty() || file.tempFilePath.isEmpty()) {
         clientLog.warning(Q_FUNC_INFO) << "File path not defined!";
         return;
     }
-    const DownloadFile::Append appended = active->file.append(_reply);
+    const DownloadFile::Append appended = transfer->file.append(_reply);
     if (appended == DownloadFile::Append::NothingAvailable) {
         clientLog.warning(Q_FUNC_INFO) << "No bytes available!";
     } else if (appended == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Error opening file to write!";
         Q_EMIT s_errorChanged(errorcodes::file_open_failed, url, QJsonDocument());
     }
-}
-
-void TarvisNet::saveInstaller(QNetworkReply *_reply)
-{
-    const FileData &file = *d->installerFile;
-    if (!_reply || file.filePath.isEmpty())
-        return;
-    if (d->installerDownload.reply != _reply)
-        d->installerDownload = {_reply, DownloadFile()};
-    d->installerDownload.file.setTarget(file.filePath, signedSize(file));
-    if (d->installerDownload.file.append(_reply) == DownloadFile::Append::OpenFailed) {
-        clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveInstaller> Error opening file to write.";
-        Q_EMIT s_errorChanged(errorcodes::file_open_failed, replytools::urlText(_reply),
-                              QJsonDocument());
-    }
-}
-
-void TarvisNet::changeFileName()
-{
-    FileData &installer = *d->installerFile;
-    if (installer.filePath.isEmpty())
-        return;
-    QFile file(installer.filePath);
-    if (file.open(QIODevice::ReadOnly) && installer.size > quint64(file.size()))
-        installer.resumeOffset = file.size();
 }
 
 bool TarvisNet::renameTemporaryFile(FileData _data)

@@ -1,0 +1,93 @@
+#include "tarvisnet.h"
+
+#include "tarvisnet_p.h"
+
+#include <algorithm>
+#include <utility>
+
+void TarvisNet::killReply(QNetworkReply *reply)
+{
+    if (!reply)
+        return;
+    const ActiveCall call(this, d->manager);
+    const QString url = replyinfo::urlText(reply);
+    d->abort(reply);
+    if (!call.ownerGone())
+        Q_EMIT s_aborted(url);
+}
+
+void TarvisNet::clearReplies()
+{
+    const ActiveCall call(this, d->manager);
+    ++d->startBlocks;
+    const QList<QNetworkReply *> replies = d->transfers.keys();
+    for (QNetworkReply *reply : replies) {
+        // A receiver of the signals below may have ended this one already.
+        if (d->transfers.contains(reply))
+            killReply(reply);
+        if (call.ownerGone())
+            return;
+    }
+    d->transfers.clear();
+    --d->startBlocks;
+}
+
+void TarvisNet::abortDownload(QString _fileUrl)
+{
+    const ActiveCall call(this, d->manager);
+    if (!d->dropPending(Q_FUNC_INFO, _fileUrl))
+        return;
+    const QPointer<QNetworkReply> reply = d->firstRunningReply(_fileUrl);
+    if (!reply)
+        return;
+    const QString url = replyinfo::urlText(reply);
+    d->abort(reply);
+    if (call.ownerGone())
+        return;
+    if (reply)
+        removeReply(reply);
+    if (call.ownerGone())
+        return;
+    d->stopPing();
+    if (call.ownerGone())
+        return;
+    Q_EMIT s_aborted(url);
+}
+
+void TarvisNet::abortDownload(QStringList _fileUrls)
+{
+    const ActiveCall call(this, d->manager);
+    // The flag keeps the places that are freed below from being taken by what is yet to be removed.
+    setStopProcess(true);
+    for (const QString &fileUrl : std::as_const(_fileUrls)) {
+        if (call.ownerGone())
+            return;
+        abortDownload(fileUrl);
+    }
+    if (call.ownerGone())
+        return;
+    setStopProcess(false);
+    if (!call.ownerGone())
+        processReplies();
+}
+
+void TarvisNetPrivate::abort(QNetworkReply *reply)
+{
+    if (aborting.contains(reply))
+        return;
+    const ActiveCall call(q, manager);
+    aborting.insert(reply, false);
+    reply->abort();
+    if (!call.ownerGone() && aborting.take(reply))
+        reply->deleteLater();
+}
+
+QNetworkReply *TarvisNetPrivate::firstRunningReply(const QString &urlPath) const
+{
+    const auto reply =
+        std::find_if(transfers.keyBegin(), transfers.keyEnd(), [&](QNetworkReply *key) {
+            return key->isRunning()
+                && (urlPath.isEmpty() || key->url().path(QUrl::FullyDecoded) == urlPath);
+        });
+    return reply == transfers.keyEnd() ? nullptr : *reply;
+}

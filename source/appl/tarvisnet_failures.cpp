@@ -1,0 +1,59 @@
+#include "tarvisnet.h"
+
+#include "errorcodes.h"
+#include "tarvisnet_p.h"
+
+#include <QtNetwork/QSslCertificate>
+
+void TarvisNet::replyError(QNetworkReply::NetworkError code)
+{
+    clientLog.debug(Q_FUNC_INFO) << "<TarvisNet::replyError> Network error: \n"
+                                 << " code: " << code << "\n";
+    auto *reply = qobject_cast<QNetworkReply *>(sender());
+    const QString url = replyinfo::urlText(reply);
+    QJsonDocument document;
+    if (reply) {
+        document = QJsonDocument::fromJson(d->transfers.value(reply).answer);
+        clientLog.debug(Q_FUNC_INFO) << "Error on: " << url << " \n"
+                                     << " text: " << reply->errorString() << " \n"
+                                     << " http status: " << replyinfo::httpStatus(reply);
+    } else {
+        clientLog.warning(Q_FUNC_INFO) << "Unable ot get sender request!";
+    }
+
+    const ActiveCall call(this, d->manager);
+    const ErrorRule rule = d->rules->errorRule(code);
+    if (rule.clientCode != 0)
+        Q_EMIT s_errorChanged(rule.clientCode, url, document);
+    if (rule.abortsFirstRunning && !call.ownerGone())
+        abortDownload(QString());
+}
+
+void TarvisNet::replySslErrors(QList<QSslError> listErr)
+{
+    const ActiveCall call(this, d->manager);
+    if (!replylog::logSslErrors(clientEngine, Q_FUNC_INFO, listErr))
+        Q_EMIT s_errorChanged(errorcodes::ssl_error_list_empty, QString(), QJsonDocument());
+    else if (auto *reply = qobject_cast<QNetworkReply *>(sender()))
+        reply->ignoreSslErrors();
+}
+
+void TarvisNet::replyEncrypted()
+{
+    const QPointer<QNetworkReply> reply = qobject_cast<QNetworkReply *>(sender());
+    if (!reply) {
+        clientLog.warning(Q_FUNC_INFO) << "QNetworkReply sender nullptr!";
+        return;
+    }
+    const QSslCertificate certificate = reply->sslConfiguration().peerCertificate();
+    const char *fault = d->rules->faultOfPeer(certificate);
+    if (!fault)
+        return;
+    const QString url = replyinfo::urlText(reply);
+    clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
+                                   << certificate.subjectDisplayName() << "abort" << url;
+    const ActiveCall call(this, d->manager);
+    Q_EMIT s_errorChanged(errorcodes::ssl_handshake_failed, url, QJsonDocument());
+    if (!call.ownerGone())
+        killReply(reply);
+}

@@ -1,0 +1,266 @@
+#include "tarvisnet.h"
+
+#include "errorcodes.h"
+#include "readbuffer_p.h"
+#include "tarvisnet_p.h"
+
+#include <QtCore/QVector>
+
+#include <functional>
+#include <utility>
+
+/// \file
+/// A request from the moment it is sent until its result is delivered.
+
+namespace {
+
+/// A reply that finished without an error.
+struct Answer {
+    const char *function;
+    const QNetworkReply *reply;
+    QString url;
+    Transfer transfer;
+};
+
+using Delivery = void (*)(TarvisNetPrivate &client, const Answer &answer);
+
+template <void (TarvisNet::*signal)(QJsonDocument, QString)>
+void deliverJson(TarvisNetPrivate &client, const Answer &answer)
+{
+    Q_EMIT std::invoke(signal, client.q, QJsonDocument::fromJson(answer.transfer.answer),
+                       answer.url);
+}
+
+template <void (TarvisNet::*signal)(QByteArray, QString, QList<QNetworkReply::RawHeaderPair>)>
+void deliverFile(TarvisNetPrivate &client, const Answer &answer)
+{
+    const QByteArray &body = answer.transfer.answer;
+    const QString path = client.rawFileSavePath;
+    if (!body.isEmpty() && !path.isEmpty() && !savedfile::overwriteStart(path, body))
+        clientLog.warning(answer.function) << "Error opening file to save" << path;
+    Q_EMIT std::invoke(signal, client.q, body, answer.url, answer.reply->rawHeaderPairs());
+}
+
+void deliverDownload(TarvisNetPrivate &client, const Answer &answer)
+{
+    TarvisNet *const q = client.q;
+    const ReplyData &record = answer.transfer.record;
+    if (record.replyType == replies::remote_installer)
+        clientLog.debug(answer.function) << "<TarvisNet::handleReply> Installer finished";
+    if (client.rules->putsInPlace(record.replyType) && !q->renameTemporaryFile(record.fileData))
+        Q_EMIT q->s_errorChanged(errorcodes::file_not_completed, answer.url, QJsonDocument());
+    else
+        Q_EMIT q->s_finished(answer.url);
+}
+
+void deliverChangeLog(TarvisNetPrivate &client, const Answer &answer)
+{
+    Q_EMIT client.q->s_fetchInstallerChangeLogData(answer.transfer.answer, answer.url);
+}
+
+void deliverCheckSum(TarvisNetPrivate & /*client*/, const Answer &answer)
+{
+    clientLog.debug(answer.function) << "<TarvisNet::handleReply> Installer check summ finished";
+}
+
+void deliverDeleted(TarvisNetPrivate &client, const Answer &answer)
+{
+    Q_EMIT client.q->s_rawDeleteFinished(answer.url);
+}
+
+void deliverUnknown(TarvisNetPrivate &client, const Answer &answer)
+{
+    clientLog.warning(answer.function) << "<TarvisNet::handleReply> Uknown reply type";
+    Q_EMIT client.q->s_errorChanged(errorcodes::unknown_reply, answer.url, QJsonDocument());
+}
+
+struct Result {
+    QLatin1String replyType;
+    Delivery deliver;
+};
+
+constexpr Result results[] = {
+    {replies::remote_index, deliverJson<&TarvisNet::s_fetchIndex>},
+    {replies::remote_definition, deliverJson<&TarvisNet::s_fetchDefinition>},
+    {replies::remote_binary, deliverDownload},
+    {replies::remote_installer, deliverDownload},
+    {replies::remote_installer_log, deliverChangeLog},
+    {replies::remote_installer_sum, deliverCheckSum},
+    {replies::raw_get, deliverJson<&TarvisNet::s_rawGet>},
+    {replies::raw_post, deliverJson<&TarvisNet::s_rawPost>},
+    {replies::raw_get_file, deliverFile<&TarvisNet::s_rawGetFileFinished>},
+    {replies::raw_post_file, deliverFile<&TarvisNet::s_rawPostFileFinished>},
+    {replies::raw_patch, deliverJson<&TarvisNet::s_rawPathFinished>},
+    {replies::raw_delete, deliverDeleted},
+};
+
+} // namespace
+
+void TarvisNetPrivate::start(ReplyData record)
+{
+    Transfer transfer;
+    QNetworkReply *reply = send(record);
+    transfer.answer = std::exchange(record.data, QByteArray());
+    if (QNetworkReply *source = std::exchange(record.directReply, nullptr)) {
+        // Only a reply in flight may be pointed to: this one may be gone.
+        transfer.redirectSource = transfers.contains(source) ? source : nullptr;
+    }
+    transfer.record = record;
+    if (!file(reply, transfer))
+        return;
+    if (replyinfo::isFileKind(record.replyType))
+        readbuffer::limit(reply, record.fileData.size);
+    probeServer(record);
+}
+
+bool TarvisNetPrivate::file(QNetworkReply *reply, Transfer transfer)
+{
+    if (transfers.contains(reply))
+        return false;
+    const FileData &file = transfer.record.fileData;
+    transfer.file = DownloadFile(file.tempFilePath, rules->sizeToAppendTo(file));
+    transfers.insert(reply, transfer);
+    return true;
+}
+
+QNetworkReply *TarvisNetPrivate::send(ReplyData &record)
+{
+    struct Verb {
+        QLatin1String replyType;
+        QNetworkReply *(TarvisNetPrivate::*send)(const QNetworkRequest &, const QByteArray &);
+    };
+    static constexpr Verb verbsWithBody[] = {
+        {replies::raw_post, &TarvisNetPrivate::post},
+        {replies::raw_post_file, &TarvisNetPrivate::post},
+        {replies::raw_patch, &TarvisNetPrivate::path},
+        {replies::raw_delete, &TarvisNetPrivate::deleteResource},
+    };
+    const Verb *verb = replyinfo::findRow(verbsWithBody, record.replyType);
+    return verb ? (this->*verb->send)(record.request, std::exchange(record.data, QByteArray()))
+                : get(record.request);
+}
+
+QNetworkReply *TarvisNetPrivate::get(const QNetworkRequest &request)
+{
+    return connected(manager->get(request));
+}
+
+QNetworkReply *TarvisNetPrivate::post(const QNetworkRequest &request, const QByteArray &data)
+{
+    return connected(manager->post(request, data));
+}
+
+QNetworkReply *TarvisNetPrivate::path(const QNetworkRequest &request, const QByteArray &data)
+{
+    return connected(manager->sendCustomRequest(request, "PATCH", data));
+}
+
+QNetworkReply *TarvisNetPrivate::deleteResource(const QNetworkRequest &request,
+                                                const QByteArray &data)
+{
+    return connected(manager->sendCustomRequest(request, "DELETE", data));
+}
+
+QNetworkReply *TarvisNetPrivate::connected(QNetworkReply *reply) const
+{
+    createReplyConnections(reply);
+    return reply;
+}
+
+void TarvisNetPrivate::createReplyConnections(QNetworkReply *reply) const
+{
+    if (!reply)
+        return;
+    const auto toClient = [this, reply](auto signal, auto slot) {
+        QObject::connect(reply, signal, q, slot, Qt::DirectConnection);
+    };
+    toClient(&QNetworkReply::finished, &TarvisNet::replyFinished);
+    toClient(&QIODevice::readyRead, &TarvisNet::replyReadyRead);
+    toClient(&QNetworkReply::sslErrors, &TarvisNet::replySslErrors);
+    toClient(&QNetworkReply::errorOccurred, &TarvisNet::replyError);
+    toClient(&QNetworkReply::downloadProgress, &TarvisNet::replyDownloadProgress);
+    toClient(&QNetworkReply::uploadProgress, &TarvisNet::replyUploadProgress);
+    toClient(&QNetworkReply::encrypted, &TarvisNet::replyEncrypted);
+}
+
+void TarvisNet::replyReadyRead()
+{
+    const QPointer<QNetworkReply> reply = qobject_cast<QNetworkReply *>(sender());
+    if (!reply) {
+        clientLog.warning(Q_FUNC_INFO) << "Reply sender uknown";
+        return;
+    }
+    const ActiveCall call(this, d->manager);
+    const auto found = d->transfers.find(reply);
+    Transfer *transfer = found == d->transfers.end() ? nullptr : &*found;
+    if (collectArrived(clientEngine, Q_FUNC_INFO, *d->rules, reply, transfer))
+        saveBinary(reply);
+    if (reply)
+        readbuffer::releaseUnread(reply);
+}
+
+void TarvisNet::replyFinished()
+{
+    const QPointer<QNetworkReply> reply = qobject_cast<QNetworkReply *>(sender());
+    if (!reply) {
+        clientLog.warning(Q_FUNC_INFO) << "QNetworkReply sender nullptr!";
+        return;
+    }
+    if (redirectReply(reply))
+        return;
+    const ActiveCall call(this, d->manager);
+    if (d->transfers.contains(reply)) {
+        handleReply(reply);
+        if (!call.ownerGone() && reply)
+            removeReply(reply);
+    } else {
+        // The probe's replies are the probe's own business.
+        if (reply->url() == d->remotePing->getUrl())
+            return;
+        clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::replyFinished> Uknown reply.";
+        Q_EMIT s_errorChanged(errorcodes::unknown_reply, replyinfo::urlText(reply),
+                              QJsonDocument());
+        if (reply)
+            reply->deleteLater();
+    }
+    if (!call.ownerGone())
+        d->stopPing();
+}
+
+void TarvisNet::handleReply(QNetworkReply *_reply)
+{
+    const ActiveCall call(this, d->manager);
+    // A loop, not a recursion: a chain of redirects may be longer than the stack is deep.
+    QVector<QPointer<QNetworkReply>> redirected;
+    for (QNetworkReply *reply = d->settle(Q_FUNC_INFO, _reply); reply;
+         reply = d->settle(Q_FUNC_INFO, reply)) {
+        redirected.append(reply);
+    }
+    while (!redirected.isEmpty() && !call.ownerGone()) {
+        const QPointer<QNetworkReply> reply = redirected.takeLast();
+        if (reply)
+            removeReply(reply);
+        if (reply && !call.ownerGone())
+            d->release(reply);
+    }
+}
+
+QNetworkReply *TarvisNetPrivate::settle(const char *function, QNetworkReply *reply)
+{
+    const QString url = replyinfo::urlText(reply);
+    if (!transfers.contains(reply))
+        clientLog.warning(function) << "NO reply!" << url;
+    if (reply && reply->error() != QNetworkReply::NoError) {
+        clientLog.warning(function) << "<TarvisNet::handleReply> Network error: \n"
+                                    << " code: " << reply->error() << "\n"
+                                    << " text: " << reply->errorString() << "\n";
+        return nullptr;
+    }
+    const Transfer transfer = transfers.value(reply);
+    if (transfer.record.replyType == replies::redirect_reply)
+        return handBack(function, transfer);
+    const Result *result = replyinfo::findRow(results, transfer.record.replyType);
+    const Delivery deliver = result ? result->deliver : deliverUnknown;
+    deliver(*this, {function, reply, url, transfer});
+    return nullptr;
+}

@@ -1,0 +1,21 @@
+#ifndef TARVISNET_TRADITIONALRULES_P_H
+#define TARVISNET_TRADITIONALRULES_P_H
+
+#include "transferrules_p.h"
+
+/// The rules that the library has always had. Applications rely on every one of them.
+class TraditionalRules : public TransferRules {
+public:
+    QSslConfiguration tlsConfiguration() const override;
+    void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,
+                            const QByteArray &userAgent) const override;
+    const char *faultOfPeer(const QSslCertificate &certificate) const override;
+    QNetworkRequest redirectRequest(const QUrl &target,
+                                    const QSslConfiguration &tls) const override;
+    Arrival arrival(const QString &replyType, int status) const override;
+    quint64 sizeToAppendTo(const FileData &file) const override;
+    ErrorRule errorRule(QNetworkReply::NetworkError error) const override;
+    bool putsInPlace(const QString &replyType) const override;
+};
+
+#endif // TARVISNET_TRADITIONALRULES_P_H

@@ -1,0 +1,37 @@
+#ifndef TARVISNET_TRANSFER_P_H
+#define TARVISNET_TRANSFER_P_H
+
+#include "downloadfile_p.h"
+#include "records.h"
+#include "replylog_p.h"
+#include "transferrules_p.h"
+
+#include <QtCore/QMap>
+#include <QtCore/QPointer>
+#include <QtNetwork/QNetworkReply>
+
+#include <optional>
+
+/// A request in flight.
+struct Transfer {
+    /// What was asked. Its body has been sent, and the fields that have a place of their own below
+    /// are empty.
+    ReplyData record;
+    /// What has arrived of the answer, unless it goes to the file.
+    QByteArray answer;
+    DownloadFile file;
+    /// The reply that a redirect led away from; none for a request of somebody's own. Null once
+    /// that reply is gone: a new one may get its address.
+    std::optional<QPointer<QNetworkReply>> redirectSource;
+};
+
+/// Reads what has arrived of an answer into its transfer, which is null when there is none. True
+/// when the bytes are those of a download and are to be saved instead; the other bytes of a
+/// download are left unread.
+bool collectArrived(const replylog::Engine &engine, const char *function,
+                    const TransferRules &rules, QNetworkReply *reply, Transfer *transfer);
+
+/// The requests in flight by their replies, in the order of the replies' addresses.
+using Transfers = QMap<QNetworkReply *, Transfer>;
+
+#endif // TARVISNET_TRANSFER_P_H
