@@ -1,4 +1,3 @@
-#include "answers.h"
 #include "clientbench.h"
 #include "endings.h"
 #include "files.h"
