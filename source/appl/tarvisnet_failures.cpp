@@ -32,9 +32,10 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
 void TarvisNet::replySslErrors(QList<QSslError> listErr)
 {
     const ActiveCall call(this, d->manager);
+    auto *reply = qobject_cast<QNetworkReply *>(sender());
     if (!replylog::logSslErrors(clientEngine, Q_FUNC_INFO, listErr))
         Q_EMIT s_errorChanged(errorcodes::ssl_error_list_empty, QString(), QJsonDocument());
-    else if (auto *reply = qobject_cast<QNetworkReply *>(sender()))
+    else if (reply && d->rules->acceptsTlsErrors())
         reply->ignoreSslErrors();
 }
 

@@ -56,8 +56,10 @@ bool assign(T &stored, const T &value)
 }
 
 struct TarvisNetPrivate {
-    TarvisNetPrivate(TarvisNet *client, std::unique_ptr<const TransferRules> transferRules)
+    TarvisNetPrivate(TarvisNet *client, TransferPolicy transferPolicy,
+                     std::unique_ptr<const TransferRules> transferRules)
         : q(client)
+        , policy(std::move(transferPolicy))
         , rules(std::move(transferRules))
     {
     }
@@ -134,6 +136,8 @@ struct TarvisNetPrivate {
     /// \name The probe
     /// @{
 
+    /// Has the probe's peers checked if the rules ask for it.
+    void guardProbe() const;
     /// Starts the probe beside a request that is to be watched.
     void probeServer(const ReplyData &record);
     /// Stops a running probe. The signal's receivers may do anything.
@@ -155,6 +159,7 @@ struct TarvisNetPrivate {
     QByteArray userAgent() const { return q->getUserAgent().toLocal8Bit(); }
 
     TarvisNet *const q;
+    const TransferPolicy policy;
     const std::unique_ptr<const TransferRules> rules;
 
     QSharedPointer<User> user;

@@ -16,6 +16,18 @@ void TarvisNet::pingTimeout()
                           QJsonDocument());
 }
 
+void TarvisNetPrivate::guardProbe() const
+{
+    if (!rules->checksPeerOfProbe())
+        return;
+    const auto check = [this](QNetworkReply *reply) {
+        const bool isProbes = !transfers.contains(reply);
+        if (isProbes && rules->faultOfPeer(reply->sslConfiguration().peerCertificate()))
+            reply->abort();
+    };
+    QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
+}
+
 void TarvisNetPrivate::probeServer(const ReplyData &record)
 {
     const bool wanted = pingAlwaysOn || replyinfo::isFileKind(record.replyType);

@@ -4,6 +4,8 @@
 #include "records.h"
 #include "replyinfo_p.h"
 
+#include <QtNetwork/QNetworkAccessManager>
+
 #include <algorithm>
 #include <iterator>
 
@@ -37,6 +39,16 @@ QSslConfiguration TraditionalRules::tlsConfiguration() const
     return configuration;
 }
 
+QNetworkAccessManager *TraditionalRules::newManager(const QSslConfiguration & /*tls*/) const
+{
+    return new QNetworkAccessManager;
+}
+
+bool TraditionalRules::checksPeerOfProbe() const
+{
+    return false;
+}
+
 /// The connection is not kept: once the file is there, nobody else is going to use it.
 void TraditionalRules::prepareFileRequest(QNetworkRequest &request, const QString &replyType,
                                           AddressForm form, const QByteArray &userAgent) const
@@ -45,6 +57,11 @@ void TraditionalRules::prepareFileRequest(QNetworkRequest &request, const QStrin
     request.setRawHeader("Connection", "close");
     if (replyType == replies::remote_binary && form == AddressForm::Path)
         request.setAttribute(QNetworkRequest::HttpPipeliningAllowedAttribute, true);
+}
+
+bool TraditionalRules::acceptsTlsErrors() const
+{
+    return true;
 }
 
 const char *TraditionalRules::faultOfPeer(const QSslCertificate &certificate) const

@@ -7,8 +7,11 @@
 class TraditionalRules : public TransferRules {
 public:
     QSslConfiguration tlsConfiguration() const override;
+    QNetworkAccessManager *newManager(const QSslConfiguration &tls) const override;
+    bool checksPeerOfProbe() const override;
     void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,
                             const QByteArray &userAgent) const override;
+    bool acceptsTlsErrors() const override;
     const char *faultOfPeer(const QSslCertificate &certificate) const override;
     QNetworkRequest redirectRequest(const QUrl &target,
                                     const QSslConfiguration &tls) const override;

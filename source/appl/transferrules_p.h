@@ -9,6 +9,10 @@
 #include <QtNetwork/QSslCertificate>
 #include <QtNetwork/QSslConfiguration>
 
+QT_BEGIN_NAMESPACE
+class QNetworkAccessManager;
+QT_END_NAMESPACE
+
 struct FileData;
 
 /// How the address of a file was given.
@@ -45,9 +49,18 @@ public:
     /// The TLS configuration of all requests. Asked for once, when the client is made.
     virtual QSslConfiguration tlsConfiguration() const = 0;
 
+    /// The manager that all requests go through, the probe's included. The caller owns it.
+    virtual QNetworkAccessManager *newManager(const QSslConfiguration &tls) const = 0;
+
+    /// Whether the probe may only talk to whom faultOfPeer() finds no fault with.
+    virtual bool checksPeerOfProbe() const = 0;
+
     /// Gives the request for a file what other requests do not have.
     virtual void prepareFileRequest(QNetworkRequest &request, const QString &replyType,
                                     AddressForm form, const QByteArray &userAgent) const = 0;
+
+    /// Whether what Qt finds wrong with a certificate is only logged.
+    virtual bool acceptsTlsErrors() const = 0;
 
     /// Why the server must not be talked to, for the log; null if it may.
     virtual const char *faultOfPeer(const QSslCertificate &certificate) const = 0;
