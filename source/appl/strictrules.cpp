@@ -1,5 +1,7 @@
 #include "strictrules_p.h"
 
+#include "explanation_p.h"
+
 #include <QtCore/QCryptographicHash>
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QSslKey>
@@ -81,4 +83,9 @@ const char *StrictRules::faultOfPeer(const QSslCertificate &certificate) const
     const QList<QByteArray> pinned = m_policy.pinnedKeys();
     const bool isPinned = pinned.isEmpty() || pinned.contains(fingerprint(certificate));
     return isPinned ? nullptr : "Key not pinned";
+}
+
+QJsonDocument StrictRules::documentOf(const Failure &failure) const
+{
+    return m_policy.errorsExplained() ? explanation(failure) : failure.body;
 }

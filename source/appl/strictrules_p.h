@@ -15,6 +15,7 @@ public:
     bool checksPeerOfProbe() const override;
     bool acceptsTlsErrors() const override;
     const char *faultOfPeer(const QSslCertificate &certificate) const override;
+    QJsonDocument documentOf(const Failure &failure) const override;
 
 private:
     const TransferPolicy m_policy;

@@ -1,6 +1,7 @@
 #ifndef TARVISNET_TARVISNET_P_H
 #define TARVISNET_TARVISNET_P_H
 
+#include "failure_p.h"
 #include "lifetime_p.h"
 #include "messagelog_p.h"
 #include "pendingqueue_p.h"
@@ -154,6 +155,9 @@ struct TarvisNetPrivate {
                          const FileData &file) const;
 
     /// @}
+
+    /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.
+    void report(const Failure &failure) const;
 
     void initializeContentTypes();
     QByteArray userAgent() const { return q->getUserAgent().toLocal8Bit(); }

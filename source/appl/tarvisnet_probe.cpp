@@ -12,8 +12,7 @@ void TarvisNet::pingTimeout()
     d->stopPing();
     if (call.ownerGone())
         return;
-    Q_EMIT s_errorChanged(errorcodes::network_error, d->remotePing->getUrl().toString(),
-                          QJsonDocument());
+    d->report({errorcodes::network_error, d->remotePing->getUrl().toString()});
 }
 
 void TarvisNetPrivate::guardProbe() const

@@ -1,6 +1,7 @@
 #include "traditionalrules_p.h"
 
 #include "errorcodes.h"
+#include "failure_p.h"
 #include "records.h"
 #include "replyinfo_p.h"
 
@@ -101,6 +102,11 @@ ErrorRule TraditionalRules::errorRule(QNetworkReply::NetworkError error) const
     if (rule != std::end(errorRules))
         return *rule;
     return {error, errorcodes::network_error, errorcodes::network_error, true};
+}
+
+QJsonDocument TraditionalRules::documentOf(const Failure &failure) const
+{
+    return failure.body;
 }
 
 bool TraditionalRules::putsInPlace(const QString &replyType) const

@@ -18,6 +18,7 @@ public:
     Arrival arrival(const QString &replyType, int status) const override;
     quint64 sizeToAppendTo(const FileData &file) const override;
     ErrorRule errorRule(QNetworkReply::NetworkError error) const override;
+    QJsonDocument documentOf(const Failure &failure) const override;
     bool putsInPlace(const QString &replyType) const override;
 };
 

@@ -10,8 +10,12 @@ public:
     bool peersVerified = false;
     QList<QSslCertificate> caCertificates;
     QList<QByteArray> pinnedKeys;
+    bool errorsExplained = false;
 
-    auto properties() const { return std::tie(peersVerified, caCertificates, pinnedKeys); }
+    auto properties() const
+    {
+        return std::tie(peersVerified, caCertificates, pinnedKeys, errorsExplained);
+    }
 };
 
 TransferPolicy::TransferPolicy()
@@ -29,6 +33,7 @@ TransferPolicy TransferPolicy::strict()
 {
     TransferPolicy policy;
     policy.setPeersVerified(true);
+    policy.setErrorsExplained(true);
     return policy;
 }
 
@@ -62,6 +67,16 @@ void TransferPolicy::setPinnedKeys(const QList<QByteArray> &sha256)
     d->pinnedKeys = sha256;
 }
 
+bool TransferPolicy::errorsExplained() const
+{
+    return d->errorsExplained;
+}
+
+void TransferPolicy::setErrorsExplained(bool on)
+{
+    d->errorsExplained = on;
+}
+
 bool operator==(const TransferPolicy &left, const TransferPolicy &right)
 {
     return left.d == right.d || left.d->properties() == right.d->properties();
@@ -72,6 +87,7 @@ QDebug operator<<(QDebug debug, const TransferPolicy &policy)
     const QDebugStateSaver saver(debug);
     debug.nospace() << "TransferPolicy(peersVerified " << policy.peersVerified()
                     << ", caCertificates " << policy.caCertificates().size() << ", pinnedKeys "
-                    << policy.pinnedKeys().size() << ')';
+                    << policy.pinnedKeys().size() << ", errorsExplained "
+                    << policy.errorsExplained() << ')';
     return debug;
 }

@@ -43,7 +43,7 @@ public:
     TransferPolicy &operator=(TransferPolicy &&other) noexcept;
     ~TransferPolicy();
 
-    /// What is safe for most applications: peersVerified().
+    /// What is good for most applications: peersVerified() and errorsExplained().
     static TransferPolicy strict();
 
     /// Whether all requests of the client, those of its probe included, verify the server's
@@ -68,6 +68,20 @@ public:
     ///         openssl dgst -sha256
     QList<QByteArray> pinnedKeys() const;
     void setPinnedKeys(const QList<QByteArray> &sha256); ///< See pinnedKeys().
+
+    /// Whether the third argument of every TarvisNet::s_errorChanged() tells what happened; false
+    /// at first. It is then an object with these members, each where it applies:
+    ///
+    /// - "reason": a sentence for a log; always there
+    /// - "httpStatus": the status of the answer
+    /// - "networkError": the name of Qt's error, "HostNotFoundError" for example
+    /// - "retryAfter": seconds that the server asks to wait
+    /// - "expected", "received": bytes of a download, those on disk included
+    /// - "body": what the server said, if that was JSON
+    ///
+    /// Without it that argument is the "body", or a null document.
+    bool errorsExplained() const;
+    void setErrorsExplained(bool on); ///< See errorsExplained().
 
     /// True when every property of the two policies is equal.
     friend TARVISNET_EXPORT bool operator==(const TransferPolicy &left,

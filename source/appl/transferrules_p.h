@@ -2,6 +2,7 @@
 #define TARVISNET_TRANSFERRULES_P_H
 
 #include <QtCore/QByteArray>
+#include <QtCore/QJsonDocument>
 #include <QtCore/QString>
 #include <QtCore/QUrl>
 #include <QtNetwork/QNetworkReply>
@@ -13,6 +14,7 @@ QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
 QT_END_NAMESPACE
 
+struct Failure;
 struct FileData;
 
 /// How the address of a file was given.
@@ -76,6 +78,9 @@ public:
     virtual quint64 sizeToAppendTo(const FileData &file) const = 0;
 
     virtual ErrorRule errorRule(QNetworkReply::NetworkError error) const = 0;
+
+    /// The document that is reported with a failure.
+    virtual QJsonDocument documentOf(const Failure &failure) const = 0;
 
     /// Whether the file of a request that has ended well is then put in place.
     virtual bool putsInPlace(const QString &replyType) const = 0;

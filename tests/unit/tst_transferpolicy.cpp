@@ -43,6 +43,7 @@ void tst_TransferPolicy::asksForNothingAtFirst()
     QVERIFY(!policy.peersVerified());
     QVERIFY(policy.caCertificates().isEmpty());
     QVERIFY(policy.pinnedKeys().isEmpty());
+    QVERIFY(!policy.errorsExplained());
     QCOMPARE(policy, TransferPolicy());
 }
 
@@ -52,6 +53,7 @@ void tst_TransferPolicy::strict()
     QVERIFY(policy.peersVerified());
     QVERIFY(policy.caCertificates().isEmpty());
     QVERIFY(policy.pinnedKeys().isEmpty());
+    QVERIFY(policy.errorsExplained());
     QVERIFY(policy != TransferPolicy());
 }
 
@@ -61,13 +63,21 @@ void tst_TransferPolicy::properties_data()
     QTest::addColumn<QString>("written");
     QTest::newRow("peersVerified")
         << Edit([](TransferPolicy &policy) { policy.setPeersVerified(true); })
-        << "TransferPolicy(peersVerified true, caCertificates 0, pinnedKeys 0)";
+        << "TransferPolicy(peersVerified true, caCertificates 0, pinnedKeys 0, errorsExplained "
+           "false)";
     QTest::newRow("caCertificates")
         << Edit([](TransferPolicy &policy) { policy.setCaCertificates({serverCertificate()}); })
-        << "TransferPolicy(peersVerified false, caCertificates 1, pinnedKeys 0)";
+        << "TransferPolicy(peersVerified false, caCertificates 1, pinnedKeys 0, errorsExplained "
+           "false)";
     QTest::newRow("pinnedKeys") << Edit([](TransferPolicy &policy) {
         policy.setPinnedKeys({QByteArray(32, 'x'), QByteArray(32, 'y')});
-    }) << "TransferPolicy(peersVerified false, caCertificates 0, pinnedKeys 2)";
+    })
+                                << "TransferPolicy(peersVerified false, caCertificates 0, "
+                                   "pinnedKeys 2, errorsExplained false)";
+    QTest::newRow("errorsExplained")
+        << Edit([](TransferPolicy &policy) { policy.setErrorsExplained(true); })
+        << "TransferPolicy(peersVerified false, caCertificates 0, pinnedKeys 0, "
+           "errorsExplained true)";
 }
 
 void tst_TransferPolicy::properties()
