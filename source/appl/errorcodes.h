@@ -53,7 +53,8 @@ inline constexpr short protocol_invalid_operation = -220;
 /// An equal request already waits in the queue. The new one was dropped.
 inline constexpr short already_pending = -221;
 
-/// The TLS handshake failed, or the peer's certificate is missing or blacklisted.
+/// The TLS handshake failed, or the peer's certificate is missing, blacklisted, or none that the
+/// client's TransferPolicy accepts.
 inline constexpr short ssl_handshake_failed = -222;
 
 } // namespace errorcodes

@@ -1,5 +1,6 @@
 #include "tarvisnet.h"
 
+#include "strictrules_p.h"
 #include "tarvisnet_p.h"
 #include "traditionalrules_p.h"
 
@@ -7,6 +8,16 @@
 #include <QtNetwork/QSslSocket>
 
 namespace {
+
+// Whichever constructor is called, logs name the one that has always been there.
+constexpr char constructorName[] = "TarvisNet::TarvisNet(QObject*)";
+
+std::unique_ptr<const TransferRules> rulesFor(const TransferPolicy &policy)
+{
+    if (policy == TransferPolicy())
+        return std::make_unique<TraditionalRules>();
+    return std::make_unique<StrictRules>(policy);
+}
 
 /// Lets the types of signals and slots travel through queued connections and signal spies.
 void registerMetaTypes()
@@ -40,11 +51,16 @@ void logEnvironment(const char *function, const SystemInfoData &info)
 } // namespace
 
 TarvisNet::TarvisNet(QObject *parent)
+    : TarvisNet(TransferPolicy(), parent)
+{
+}
+
+TarvisNet::TarvisNet(const TransferPolicy &policy, QObject *parent)
     : QObject(parent)
-    , d(new TarvisNetPrivate(this, std::make_unique<TraditionalRules>()))
+    , d(new TarvisNetPrivate(this, policy, rulesFor(policy)))
 {
     registerMetaTypes();
-    d->manager.reset(new QNetworkAccessManager);
+    d->manager.reset(d->rules->newManager());
     // Recursive: adding a request emits, under the lock, the signal that starts one.
     d->queueMutex.reset(new QMutex(QMutex::Recursive));
     d->initializeContentTypes();
@@ -53,6 +69,7 @@ TarvisNet::TarvisNet(QObject *parent)
     connect(d->remotePing.data(), &RemotePing::s_timeout, this, &TarvisNet::pingTimeout);
     connect(this, &TarvisNet::s_startPing, d->remotePing.data(), &RemotePing::start);
     connect(this, &TarvisNet::s_stopPing, d->remotePing.data(), &RemotePing::stop);
+    d->guardProbe();
 
     d->user.reset(new User);
     d->remotePaths.reset(new RemotePath);
@@ -64,7 +81,7 @@ TarvisNet::TarvisNet(QObject *parent)
     connect(this, &TarvisNet::s_installerFileNameChanged, this, &TarvisNet::changeFileName);
     connect(this, &TarvisNet::s_installerFileSizeChanged, this, &TarvisNet::changeFileName);
     connect(this, &TarvisNet::s_repliesCountChanged, this, &TarvisNet::processReplies);
-    logEnvironment(Q_FUNC_INFO, *d->systemInfo);
+    logEnvironment(constructorName, *d->systemInfo);
 }
 
 TarvisNet::~TarvisNet()

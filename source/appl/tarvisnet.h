@@ -3,6 +3,7 @@
 
 #include "records.h"
 #include "tarvisnet_global.h"
+#include "transferpolicy.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QList>
@@ -35,7 +36,7 @@ struct TarvisNetPrivate;
 ///
 /// Constructing a client installs an SSL configuration for the whole process
 /// (QSslConfiguration::setDefaultConfiguration()): TLS 1.0 or later, peers not verified. It
-/// outlives the client.
+/// outlives the client. With TransferPolicy::peersVerified() it does not.
 ///
 /// Redirects are followed with a GET to the target exactly as the server gives it, however many
 /// there are, and the result carries the URL of the first request. A failure carries the URL that
@@ -62,9 +63,18 @@ public:
     /// QObject.
     explicit TarvisNet(QObject *parent = nullptr);
 
+    /// The same with a policy, which is the client's for its life: Qt shares connections between
+    /// requests whatever their TLS settings are, so it cannot change.
+    /// \since 1.15
+    explicit TarvisNet(const TransferPolicy &policy, QObject *parent = nullptr);
+
     /// Aborts the requests in flight, with an s_aborted() for each. Pending requests are dropped
     /// silently.
     ~TarvisNet() override;
+
+    /// The policy that the client was made with; one that asks for nothing if there was none.
+    /// \since 1.15
+    TransferPolicy transferPolicy() const;
 
     /// \name The server
     /// Each setter emits its change signal when the value changes.

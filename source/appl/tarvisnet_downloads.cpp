@@ -90,7 +90,8 @@ void TarvisNet::saveBinary(QNetworkReply *_reply)
         clientLog.warning(Q_FUNC_INFO) << "No bytes available!";
     } else if (appended == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Error opening file to write!";
-        Q_EMIT s_errorChanged(errorcodes::file_open_failed, url, QJsonDocument());
+        d->report({errorcodes::file_open_failed, url, _reply, QJsonDocument(),
+                   transfer->record.fileData});
     }
 }
 

@@ -24,7 +24,7 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
     const ActiveCall call(this, d->manager);
     const ErrorRule rule = d->rules->errorRule(code);
     if (rule.clientCode != 0)
-        Q_EMIT s_errorChanged(rule.clientCode, url, document);
+        d->report({rule.clientCode, url, reply, document, d->record(reply).fileData});
     if (rule.abortsFirstRunning && !call.ownerGone())
         abortDownload(QString());
 }
@@ -32,9 +32,10 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
 void TarvisNet::replySslErrors(QList<QSslError> listErr)
 {
     const ActiveCall call(this, d->manager);
+    auto *reply = qobject_cast<QNetworkReply *>(sender());
     if (!replylog::logSslErrors(clientEngine, Q_FUNC_INFO, listErr))
-        Q_EMIT s_errorChanged(errorcodes::ssl_error_list_empty, QString(), QJsonDocument());
-    else if (auto *reply = qobject_cast<QNetworkReply *>(sender()))
+        d->report({errorcodes::ssl_error_list_empty, QString()});
+    else if (reply && d->rules->acceptsTlsErrors())
         reply->ignoreSslErrors();
 }
 
@@ -53,7 +54,12 @@ void TarvisNet::replyEncrypted()
     clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
                                    << certificate.subjectDisplayName() << "abort" << url;
     const ActiveCall call(this, d->manager);
-    Q_EMIT s_errorChanged(errorcodes::ssl_handshake_failed, url, QJsonDocument());
+    d->report({errorcodes::ssl_handshake_failed, url, reply});
     if (!call.ownerGone())
         killReply(reply);
+}
+
+void TarvisNetPrivate::report(const Failure &failure) const
+{
+    Q_EMIT q->s_errorChanged(failure.code, failure.url, rules->documentOf(failure));
 }

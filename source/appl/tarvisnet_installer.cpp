@@ -62,8 +62,7 @@ void TarvisNet::saveInstaller(QNetworkReply *_reply)
     d->installerDownload.file.setTarget(file.filePath, d->rules->sizeToAppendTo(file));
     if (d->installerDownload.file.append(_reply) == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveInstaller> Error opening file to write.";
-        Q_EMIT s_errorChanged(errorcodes::file_open_failed, replyinfo::urlText(_reply),
-                              QJsonDocument());
+        d->report({errorcodes::file_open_failed, replyinfo::urlText(_reply), _reply});
     }
 }
 

@@ -1,6 +1,7 @@
 #ifndef TARVISNET_TARVISNET_P_H
 #define TARVISNET_TARVISNET_P_H
 
+#include "failure_p.h"
 #include "lifetime_p.h"
 #include "messagelog_p.h"
 #include "pendingqueue_p.h"
@@ -56,8 +57,10 @@ bool assign(T &stored, const T &value)
 }
 
 struct TarvisNetPrivate {
-    TarvisNetPrivate(TarvisNet *client, std::unique_ptr<const TransferRules> transferRules)
+    TarvisNetPrivate(TarvisNet *client, TransferPolicy transferPolicy,
+                     std::unique_ptr<const TransferRules> transferRules)
         : q(client)
+        , policy(std::move(transferPolicy))
         , rules(std::move(transferRules))
     {
     }
@@ -134,6 +137,8 @@ struct TarvisNetPrivate {
     /// \name The probe
     /// @{
 
+    /// Has the probe's peers checked if the rules ask for it.
+    void guardProbe() const;
     /// Starts the probe beside a request that is to be watched.
     void probeServer(const ReplyData &record);
     /// Stops a running probe. The signal's receivers may do anything.
@@ -151,10 +156,14 @@ struct TarvisNetPrivate {
 
     /// @}
 
+    /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.
+    void report(const Failure &failure) const;
+
     void initializeContentTypes();
     QByteArray userAgent() const { return q->getUserAgent().toLocal8Bit(); }
 
     TarvisNet *const q;
+    const TransferPolicy policy;
     const std::unique_ptr<const TransferRules> rules;
 
     QSharedPointer<User> user;

@@ -12,8 +12,19 @@ void TarvisNet::pingTimeout()
     d->stopPing();
     if (call.ownerGone())
         return;
-    Q_EMIT s_errorChanged(errorcodes::network_error, d->remotePing->getUrl().toString(),
-                          QJsonDocument());
+    d->report({errorcodes::network_error, d->remotePing->getUrl().toString()});
+}
+
+void TarvisNetPrivate::guardProbe() const
+{
+    if (!rules->checksPeerOfProbe())
+        return;
+    const auto check = [this](QNetworkReply *reply) {
+        const bool isProbes = !transfers.contains(reply);
+        if (isProbes && rules->faultOfPeer(reply->sslConfiguration().peerCertificate()))
+            reply->abort();
+    };
+    QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
 }
 
 void TarvisNetPrivate::probeServer(const ReplyData &record)

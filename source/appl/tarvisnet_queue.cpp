@@ -36,7 +36,7 @@ void TarvisNetPrivate::enqueue(const ReplyData &record, const Admission &admissi
         clientLog.warning(admission.function)
             << "Contains request:" << url << "active count:" << transfers.size()
             << "added count:" << pending.size();
-        Q_EMIT q->s_errorChanged(errorcodes::already_pending, url, QJsonDocument());
+        report({errorcodes::already_pending, url});
         return;
     }
     Q_EMIT q->s_repliesCountChanged();
@@ -103,5 +103,5 @@ void TarvisNetPrivate::release(QNetworkReply *reply)
 void TarvisNetPrivate::reportLockFailure(const char *function, const QString &url) const
 {
     clientLog.warning(function) << "Unable to lock mutex!";
-    Q_EMIT q->s_errorChanged(errorcodes::queue_locked, url, QJsonDocument());
+    report({errorcodes::queue_locked, url});
 }

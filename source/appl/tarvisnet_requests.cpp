@@ -72,5 +72,5 @@ void TarvisNetPrivate::refuse(const char *function, const char *text, bool showU
         if (showUrl)
             log << url;
     }
-    Q_EMIT q->s_errorChanged(errorcodes::invalid_url, url, QJsonDocument());
+    report({errorcodes::invalid_url, url});
 }

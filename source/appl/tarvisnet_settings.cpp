@@ -12,6 +12,11 @@ constexpr int maximalParallelRequests = 5;
 
 } // namespace
 
+TransferPolicy TarvisNet::transferPolicy() const
+{
+    return d->policy;
+}
+
 QString TarvisNet::getServerHost() const
 {
     return d->user->serverHost;

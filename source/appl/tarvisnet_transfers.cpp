@@ -48,7 +48,8 @@ void deliverDownload(TarvisNetPrivate &client, const Answer &answer)
     if (record.replyType == replies::remote_installer)
         clientLog.debug(answer.function) << "<TarvisNet::handleReply> Installer finished";
     if (client.rules->putsInPlace(record.replyType) && !q->renameTemporaryFile(record.fileData))
-        Q_EMIT q->s_errorChanged(errorcodes::file_not_completed, answer.url, QJsonDocument());
+        client.report({errorcodes::file_not_completed, answer.url, answer.reply, QJsonDocument(),
+                       record.fileData});
     else
         Q_EMIT q->s_finished(answer.url);
 }
@@ -71,7 +72,7 @@ void deliverDeleted(TarvisNetPrivate &client, const Answer &answer)
 void deliverUnknown(TarvisNetPrivate &client, const Answer &answer)
 {
     clientLog.warning(answer.function) << "<TarvisNet::handleReply> Uknown reply type";
-    Q_EMIT client.q->s_errorChanged(errorcodes::unknown_reply, answer.url, QJsonDocument());
+    client.report({errorcodes::unknown_reply, answer.url, answer.reply});
 }
 
 struct Result {
@@ -218,8 +219,7 @@ void TarvisNet::replyFinished()
         if (reply->url() == d->remotePing->getUrl())
             return;
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::replyFinished> Uknown reply.";
-        Q_EMIT s_errorChanged(errorcodes::unknown_reply, replyinfo::urlText(reply),
-                              QJsonDocument());
+        d->report({errorcodes::unknown_reply, replyinfo::urlText(reply), reply});
         if (reply)
             reply->deleteLater();
     }

@@ -1,8 +1,11 @@
 #include "traditionalrules_p.h"
 
 #include "errorcodes.h"
+#include "failure_p.h"
 #include "records.h"
 #include "replyinfo_p.h"
+
+#include <QtNetwork/QNetworkAccessManager>
 
 #include <algorithm>
 #include <iterator>
@@ -37,6 +40,16 @@ QSslConfiguration TraditionalRules::tlsConfiguration() const
     return configuration;
 }
 
+QNetworkAccessManager *TraditionalRules::newManager() const
+{
+    return new QNetworkAccessManager;
+}
+
+bool TraditionalRules::checksPeerOfProbe() const
+{
+    return false;
+}
+
 /// The connection is not kept: once the file is there, nobody else is going to use it.
 void TraditionalRules::prepareFileRequest(QNetworkRequest &request, const QString &replyType,
                                           AddressForm form, const QByteArray &userAgent) const
@@ -45,6 +58,11 @@ void TraditionalRules::prepareFileRequest(QNetworkRequest &request, const QStrin
     request.setRawHeader("Connection", "close");
     if (replyType == replies::remote_binary && form == AddressForm::Path)
         request.setAttribute(QNetworkRequest::HttpPipeliningAllowedAttribute, true);
+}
+
+bool TraditionalRules::acceptsTlsErrors() const
+{
+    return true;
 }
 
 const char *TraditionalRules::faultOfPeer(const QSslCertificate &certificate) const
@@ -84,6 +102,11 @@ ErrorRule TraditionalRules::errorRule(QNetworkReply::NetworkError error) const
     if (rule != std::end(errorRules))
         return *rule;
     return {error, errorcodes::network_error, errorcodes::network_error, true};
+}
+
+QJsonDocument TraditionalRules::documentOf(const Failure &failure) const
+{
+    return failure.body;
 }
 
 bool TraditionalRules::putsInPlace(const QString &replyType) const

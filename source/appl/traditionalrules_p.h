@@ -7,14 +7,18 @@
 class TraditionalRules : public TransferRules {
 public:
     QSslConfiguration tlsConfiguration() const override;
+    QNetworkAccessManager *newManager() const override;
+    bool checksPeerOfProbe() const override;
     void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,
                             const QByteArray &userAgent) const override;
+    bool acceptsTlsErrors() const override;
     const char *faultOfPeer(const QSslCertificate &certificate) const override;
     QNetworkRequest redirectRequest(const QUrl &target,
                                     const QSslConfiguration &tls) const override;
     Arrival arrival(const QString &replyType, int status) const override;
     quint64 sizeToAppendTo(const FileData &file) const override;
     ErrorRule errorRule(QNetworkReply::NetworkError error) const override;
+    QJsonDocument documentOf(const Failure &failure) const override;
     bool putsInPlace(const QString &replyType) const override;
 };
 

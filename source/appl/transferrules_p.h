@@ -2,6 +2,7 @@
 #define TARVISNET_TRANSFERRULES_P_H
 
 #include <QtCore/QByteArray>
+#include <QtCore/QJsonDocument>
 #include <QtCore/QString>
 #include <QtCore/QUrl>
 #include <QtNetwork/QNetworkReply>
@@ -9,6 +10,11 @@
 #include <QtNetwork/QSslCertificate>
 #include <QtNetwork/QSslConfiguration>
 
+QT_BEGIN_NAMESPACE
+class QNetworkAccessManager;
+QT_END_NAMESPACE
+
+struct Failure;
 struct FileData;
 
 /// How the address of a file was given.
@@ -45,9 +51,18 @@ public:
     /// The TLS configuration of all requests. Asked for once, when the client is made.
     virtual QSslConfiguration tlsConfiguration() const = 0;
 
+    /// The manager that all requests go through, the probe's included. The caller owns it.
+    virtual QNetworkAccessManager *newManager() const = 0;
+
+    /// Whether the probe may only talk to whom faultOfPeer() finds no fault with.
+    virtual bool checksPeerOfProbe() const = 0;
+
     /// Gives the request for a file what other requests do not have.
     virtual void prepareFileRequest(QNetworkRequest &request, const QString &replyType,
                                     AddressForm form, const QByteArray &userAgent) const = 0;
+
+    /// Whether what Qt finds wrong with a certificate is only logged.
+    virtual bool acceptsTlsErrors() const = 0;
 
     /// Why the server must not be talked to, for the log; null if it may.
     virtual const char *faultOfPeer(const QSslCertificate &certificate) const = 0;
@@ -63,6 +78,9 @@ public:
     virtual quint64 sizeToAppendTo(const FileData &file) const = 0;
 
     virtual ErrorRule errorRule(QNetworkReply::NetworkError error) const = 0;
+
+    /// The document that is reported with a failure.
+    virtual QJsonDocument documentOf(const Failure &failure) const = 0;
 
     /// Whether the file of a request that has ended well is then put in place.
     virtual bool putsInPlace(const QString &replyType) const = 0;

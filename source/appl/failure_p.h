@@ -1,0 +1,22 @@
+#ifndef TARVISNET_FAILURE_P_H
+#define TARVISNET_FAILURE_P_H
+
+#include "records.h"
+
+#include <QtCore/QJsonDocument>
+#include <QtCore/QString>
+
+/// What the client reports by TarvisNet::s_errorChanged().
+struct Failure {
+    short code;
+    /// The text of the URL that it concerns.
+    QString url;
+    /// The reply that failed; null when it is none of a reply, or when there is none any more.
+    const QNetworkReply *reply = nullptr;
+    /// What the server said about it, if that was JSON.
+    QJsonDocument body = QJsonDocument();
+    /// The file that the request was to write.
+    FileData file = FileData();
+};
+
+#endif // TARVISNET_FAILURE_P_H

@@ -1,0 +1,96 @@
+#include "strictrules_p.h"
+
+#include "explanation_p.h"
+
+#include <QtCore/QCryptographicHash>
+#include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QSslKey>
+#include <QtNetwork/QSslSocket>
+
+#include <utility>
+
+namespace {
+
+/// Gives every request the TLS configuration of the client, also those that somebody else builds: a
+/// connection serves all requests for its server, whatever they ask of it.
+class UniformManager : public QNetworkAccessManager {
+public:
+    explicit UniformManager(QSslConfiguration tls)
+        : m_tls(std::move(tls))
+    {
+    }
+
+protected:
+    QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                 QIODevice *body) override
+    {
+        QNetworkRequest uniform(request);
+        uniform.setSslConfiguration(m_tls);
+        return QNetworkAccessManager::createRequest(operation, uniform, body);
+    }
+
+private:
+    const QSslConfiguration m_tls;
+};
+
+/// Whatever the process has installed, a traditional client's included, must not weaken it.
+QSslConfiguration verifyingConfiguration(const QList<QSslCertificate> &authorities)
+{
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setProtocol(QSsl::TlsV1_2OrLater);
+    configuration.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    configuration.setPeerVerifyDepth(0);
+    configuration.setCaCertificates(
+        authorities.isEmpty() ? QSslConfiguration::systemCaCertificates() : authorities);
+    return configuration;
+}
+
+QByteArray fingerprint(const QSslCertificate &certificate)
+{
+    return QCryptographicHash::hash(certificate.publicKey().toDer(), QCryptographicHash::Sha256);
+}
+
+} // namespace
+
+StrictRules::StrictRules(const TransferPolicy &policy)
+    : m_policy(policy)
+{
+}
+
+QSslConfiguration StrictRules::tlsConfiguration() const
+{
+    return m_policy.peersVerified() ? verifyingConfiguration(m_policy.caCertificates())
+                                    : TraditionalRules::tlsConfiguration();
+}
+
+QNetworkAccessManager *StrictRules::newManager() const
+{
+    if (!m_policy.peersVerified())
+        return TraditionalRules::newManager();
+    return new UniformManager(verifyingConfiguration(m_policy.caCertificates()));
+}
+
+/// What the probe opens, others use.
+bool StrictRules::checksPeerOfProbe() const
+{
+    return true;
+}
+
+bool StrictRules::acceptsTlsErrors() const
+{
+    return !m_policy.peersVerified();
+}
+
+const char *StrictRules::faultOfPeer(const QSslCertificate &certificate) const
+{
+    if (const char *fault = TraditionalRules::faultOfPeer(certificate))
+        return fault;
+    const QList<QByteArray> pinned = m_policy.pinnedKeys();
+    const bool isPinned = pinned.isEmpty() || pinned.contains(fingerprint(certificate));
+    return isPinned ? nullptr : "Key not pinned";
+}
+
+QJsonDocument StrictRules::documentOf(const Failure &failure) const
+{
+    return m_policy.errorsExplained() ? explanation(failure) : failure.body;
+}
