@@ -154,13 +154,13 @@ void tst_TarvisNet::abortsOnDestruction()
 
 void tst_TarvisNet::dropsPendingOnDestruction()
 {
+    QStringList startedMeanwhile;
     WaitingBench bench;
     bench.client->setParallelRequestsCount(1);
     bench.get({"/active", "/pending"});
     QVERIFY(bench.server.waitForRequests(1));
 
     const SignalRecorder recorder(bench.client, {"s_aborted", "s_errorChanged", "s_rawGet"});
-    QStringList startedMeanwhile;
     TarvisNet *const dying = bench.client;
     const QNetworkAccessManager *const network = managerOf(*dying);
     connect(dying, &TarvisNet::s_aborted, this, [&startedMeanwhile, dying, network] {

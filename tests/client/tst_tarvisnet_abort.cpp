@@ -227,7 +227,8 @@ void tst_TarvisNetAbort::abortsList()
     bench.client->setParallelRequestsCount(3);
     bench.get({"/1", "/2", "/3", "/4", "/5", "/6"});
     QList<bool> flags;
-    connect(bench.client, &TarvisNet::s_stopProcessChanged, this,
+    QObject receiver;
+    connect(bench.client, &TarvisNet::s_stopProcessChanged, &receiver,
             [&] { flags.append(bench.client->isStopProcess()); });
     bench.forget();
     bench.client->abortDownload(QStringList({"/3", "/unknown", "/4", "/1"}));

@@ -152,12 +152,12 @@ void tst_TarvisNetRedirects::deliversTheHeadersOfTheFirstReply()
 
 void tst_TarvisNetRedirects::removesFromTheFirstToTheLast()
 {
+    QStringList gone;
     RedirectBench bench;
     bench.redirect("/first", "/second");
     bench.redirect("/second", "/held");
     bench.get({"/first"});
     QVERIFY(bench.server.waitForRequests(3));
-    QStringList gone;
     for (QNetworkReply *reply : bench.replies()) {
         const QString path = reply->url().path();
         connect(reply, &QObject::destroyed, this, [&gone, path] { gone.append(path); });
