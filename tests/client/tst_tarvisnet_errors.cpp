@@ -13,9 +13,11 @@ using namespace clientaccess;
 using NetworkError = QNetworkReply::NetworkError;
 using Call = std::function<void(const ClientBench &)>;
 using Failure = std::function<void(ClientBench &)>;
+using FakeFailure = std::function<void(FakeReply &)>;
 
 Q_DECLARE_METATYPE(Call)
 Q_DECLARE_METATYPE(Failure)
+Q_DECLARE_METATYPE(FakeFailure)
 Q_DECLARE_METATYPE(ScriptedServer::Handler)
 
 namespace {
@@ -35,7 +37,7 @@ QString tlsLine(const QSslError &error)
 } // namespace
 
 /// A failure of a reply that did not come from the client's manager.
-Failure ofReply(const std::function<void(FakeReply &)> &fail)
+Failure ofReply(const FakeFailure &fail)
 {
     return [fail](const ClientBench &bench) {
         FakeReply reply(QUrl("https://127.0.0.1/failing"));
@@ -72,6 +74,8 @@ private Q_SLOTS:
     void survivesSlotsWithoutSender();
     void logsBeforeItReports_data();
     void logsBeforeItReports();
+    void keepsTheReplyThatEmits_data();
+    void keepsTheReplyThatEmits();
 };
 
 void tst_TarvisNetErrors::mapsErrors_data()
@@ -347,6 +351,34 @@ void tst_TarvisNetErrors::logsBeforeItReports()
     });
     fail(bench);
     QVERIFY2(lastMessages.value(code).startsWith(message), qPrintable(lastMessages.value(code)));
+}
+
+void tst_TarvisNetErrors::keepsTheReplyThatEmits_data()
+{
+    QTest::addColumn<FakeFailure>("fail");
+    QTest::newRow("finished") << FakeFailure([](FakeReply &reply) { reply.finish(); });
+    QTest::newRow("error") << FakeFailure(
+        [](FakeReply &reply) { reply.fail(QNetworkReply::TimeoutError); });
+    QTest::newRow("no TLS errors")
+        << FakeFailure([](FakeReply &reply) { Q_EMIT reply.sslErrors({}); });
+    QTest::newRow("no certificate")
+        << FakeFailure([](FakeReply &reply) { Q_EMIT reply.encrypted(); });
+}
+
+// A receiver may delete the client, and with it the last that holds the manager of the reply.
+void tst_TarvisNetErrors::keepsTheReplyThatEmits()
+{
+    QFETCH(const FakeFailure, fail);
+    const ClientBench bench;
+    const QPointer<FakeReply> reply =
+        new FakeReply(QUrl("https://127.0.0.1/failing"), managerOf(*bench.client));
+    bench.follow(*reply);
+    connect(bench.client, &TarvisNet::s_errorChanged, this, [&bench] { delete bench.client; });
+    fail(*reply);
+    QVERIFY(!bench.client);
+    QVERIFY(reply);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!reply);
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetErrors)
