@@ -52,6 +52,7 @@ private Q_SLOTS:
     void dropsTheRestOnceADiskIsFull();
     void movesOnlyToWhereNothingIs();
     void movesNothingThatIsNotThere();
+    void movesToAFolderOfAnotherGroup();
     void closesWhatItLooksAt();
     void overwriteStart_data();
     void overwriteStart();
@@ -201,6 +202,17 @@ void tst_DownloadFile::movesNothingThatIsNotThere()
     files::write(source, "new");
     QVERIFY(!savedfile::moveLikeCopy(source, directory.filePath("no/destination")));
     QCOMPARE(files::read(source), QByteArray("new"));
+}
+
+// A copy there would have the group of the process, as the file has.
+void tst_DownloadFile::movesToAFolderOfAnotherGroup()
+{
+    const QTemporaryDir directory;
+    const QString source = directory.filePath("source");
+    files::write(source, "new");
+    if (chown(QFile::encodeName(directory.path()).constData(), getuid(), getegid() + 1) != 0)
+        QSKIP("may not give a folder to another group");
+    QVERIFY(savedfile::moveLikeCopy(source, directory.filePath("destination")));
 }
 
 // Also where a program has closed its standard input, and the first number that is free is 0.

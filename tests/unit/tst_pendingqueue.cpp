@@ -113,8 +113,6 @@ private Q_SLOTS:
     void equalRecordsHaveEqualHashes();
     void theSeedCounts();
     void hashLooksAtTheHeaders();
-    void hashLooksAtEveryField_data();
-    void hashLooksAtEveryField();
     void hashSpreads_data();
     void hashSpreads();
 };
@@ -344,21 +342,6 @@ void tst_PendingQueue::hashLooksAtTheHeaders()
     QVERIFY(first != qHash(recordfields::filled(1)));
     record.request.setRawHeader("Range", "bytes=2-");
     QVERIFY(first != qHash(record));
-}
-
-void tst_PendingQueue::hashLooksAtEveryField_data()
-{
-    QTest::addColumn<int>("field");
-    for (int field = 0; field < int(std::size(recordfields::all)); ++field)
-        QTest::newRow(recordfields::all[field].name) << field;
-}
-
-void tst_PendingQueue::hashLooksAtEveryField()
-{
-    QFETCH(int, field);
-    ReplyData record = recordfields::filled(1);
-    recordfields::all[field].set(record, 2);
-    QVERIFY(qHash(record) != qHash(recordfields::filled(1)));
 }
 
 void tst_PendingQueue::hashSpreads_data()
