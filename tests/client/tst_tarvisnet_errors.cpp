@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "distrustedserver.h"
 #include "fakereply.h"
+#include "lockedqueue.h"
 
 #include <QtCore/QMetaEnum>
 #include <QtTest/QTest>
@@ -11,8 +12,12 @@ using namespace clientaccess;
 
 using NetworkError = QNetworkReply::NetworkError;
 using Call = std::function<void(const ClientBench &)>;
+using Failure = std::function<void(ClientBench &)>;
+using FakeFailure = std::function<void(FakeReply &)>;
 
 Q_DECLARE_METATYPE(Call)
+Q_DECLARE_METATYPE(Failure)
+Q_DECLARE_METATYPE(FakeFailure)
 Q_DECLARE_METATYPE(ScriptedServer::Handler)
 
 namespace {
@@ -31,6 +36,26 @@ QString tlsLine(const QSslError &error)
 
 } // namespace
 
+/// A failure of a reply that did not come from the client's manager.
+Failure ofReply(const FakeFailure &fail)
+{
+    return [fail](const ClientBench &bench) {
+        FakeReply reply(QUrl("https://127.0.0.1/failing"));
+        bench.follow(reply);
+        fail(reply);
+    };
+}
+
+/// A failure of a request that the server answers.
+Failure ofRequest(const QString &kind, const QString &file)
+{
+    return [kind, file](ClientBench &bench) {
+        bench.server.onRequest(answers::bytes("body"));
+        bench.add(record(kind, bench.server.url("/"), bench.file(file, 1000)));
+        QVERIFY(bench.recorder.waitFor("s_errorChanged"));
+    };
+}
+
 /// Network errors, TLS errors, certificates, and slots that nobody sent to. What servers do wrong
 /// is in the tests of faults.
 class tst_TarvisNetErrors : public QObject {
@@ -47,6 +72,10 @@ private Q_SLOTS:
     void refusesDistrustedCertificates();
     void survivesSlotsWithoutSender_data();
     void survivesSlotsWithoutSender();
+    void logsBeforeItReports_data();
+    void logsBeforeItReports();
+    void keepsTheReplyThatEmits_data();
+    void keepsTheReplyThatEmits();
 };
 
 void tst_TarvisNetErrors::mapsErrors_data()
@@ -262,6 +291,94 @@ void tst_TarvisNetErrors::survivesSlotsWithoutSender()
     QCOMPARE(bench.messages(), messages);
     QCOMPARE(bench.recorder.names(), code == 0 ? QStringList() : QStringList("s_errorChanged"));
     QCOMPARE(bench.error(), code == 0 ? QVariantList() : failure(code, QString()));
+}
+
+void tst_TarvisNetErrors::logsBeforeItReports_data()
+{
+    QTest::addColumn<Failure>("fail");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+    const auto row = [](int code, const char *name, const QString &message, const Failure &fail) {
+        QTest::addRow("%d, %s", code, name) << fail << code << message;
+    };
+
+    const ReplyData some = record(replies::raw_get, QUrl("http://127.0.0.1:9/some"));
+    row(-207, "invalid URL", "<TarvisNet::rawGet> Invalid url",
+        [](const ClientBench &bench) { bench.client->rawGet(QUrl("http://:x")); });
+    row(-221, "pending already", "Contains request:", [some](ClientBench &bench) {
+        bench.hold();
+        bench.add(some);
+        bench.add(some);
+    });
+    row(-219, "queue locked", "Unable to lock mutex!", [some](ClientBench &bench) {
+        bench.hold();
+        const LockedQueue locked(bench, some);
+        bench.forceAdd(some);
+    });
+    row(-210, "download not opened", "<TarvisNet::saveBinary> Error opening file to write!",
+        ofRequest(replies::remote_binary, "missing/file"));
+    row(-210, "installer not opened", "<TarvisNet::saveInstaller> Error opening file to write.",
+        [](const ClientBench &bench) {
+            bench.client->setInstallerFileSize(1000);
+            bench.client->setInstallerFileName(bench.path("missing/setup"));
+            FakeReply reply;
+            bench.call("saveInstaller", &reply);
+        });
+    row(-215, "unknown kind", "<TarvisNet::handleReply> Uknown reply type",
+        ofRequest("neverHeardOf", "file"));
+    row(-215, "unknown reply", "<TarvisNet::replyFinished> Uknown reply.",
+        ofReply([](FakeReply &reply) { reply.finish(); }));
+    row(-203, "network error",
+        "Error on:", ofReply([](FakeReply &reply) { reply.fail(QNetworkReply::TimeoutError); }));
+    row(-201, "no TLS errors", "<TarvisNet::replySslErrors> Uknown error.",
+        ofReply([](FakeReply &reply) { Q_EMIT reply.sslErrors({}); }));
+    row(-222, "no certificate", "Null cert",
+        ofReply([](FakeReply &reply) { Q_EMIT reply.encrypted(); }));
+}
+
+// Whoever reads the log from a receiver finds the reason there, as its latest line.
+void tst_TarvisNetErrors::logsBeforeItReports()
+{
+    QFETCH(const Failure, fail);
+    QFETCH(const int, code);
+    QFETCH(const QString, message);
+
+    ClientBench bench;
+    QHash<int, QString> lastMessages;
+    connect(bench.client, &TarvisNet::s_errorChanged, this, [&](short reported) {
+        if (!lastMessages.contains(reported))
+            lastMessages.insert(reported, bench.log.texts().value(bench.log.texts().size() - 1));
+    });
+    fail(bench);
+    QVERIFY2(lastMessages.value(code).startsWith(message), qPrintable(lastMessages.value(code)));
+}
+
+void tst_TarvisNetErrors::keepsTheReplyThatEmits_data()
+{
+    QTest::addColumn<FakeFailure>("fail");
+    QTest::newRow("finished") << FakeFailure([](FakeReply &reply) { reply.finish(); });
+    QTest::newRow("error") << FakeFailure(
+        [](FakeReply &reply) { reply.fail(QNetworkReply::TimeoutError); });
+    QTest::newRow("no TLS errors")
+        << FakeFailure([](FakeReply &reply) { Q_EMIT reply.sslErrors({}); });
+    QTest::newRow("no certificate")
+        << FakeFailure([](FakeReply &reply) { Q_EMIT reply.encrypted(); });
+}
+
+// A receiver may delete the client, and with it the last that holds the manager of the reply.
+void tst_TarvisNetErrors::keepsTheReplyThatEmits()
+{
+    QFETCH(const FakeFailure, fail);
+    const ClientBench bench;
+    const QPointer<FakeReply> reply =
+        new FakeReply(QUrl("https://127.0.0.1/failing"), managerOf(*bench.client));
+    bench.follow(*reply);
+    connect(bench.client, &TarvisNet::s_errorChanged, this, [&bench] { delete bench.client; });
+    fail(*reply);
+    QVERIFY(!bench.client);
+    QVERIFY(reply);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!reply);
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetErrors)

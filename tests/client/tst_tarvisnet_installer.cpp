@@ -60,6 +60,7 @@ private Q_SLOTS:
     void savesNothing_data();
     void savesNothing();
     void cannotOpen();
+    void startsAfreshWithAnotherReply();
 };
 
 void tst_TarvisNetInstaller::resumes_data()
@@ -276,6 +277,25 @@ void tst_TarvisNetInstaller::cannotOpen()
     QCOMPARE(bench.log.entries().first().function,
              QByteArray("void TarvisNet::saveInstaller(QNetworkReply*)"));
     QCOMPARE(bench.log.originFault(sourceFile), QString());
+}
+
+// What a full disk has cut short is over with its reply.
+void tst_TarvisNetInstaller::startsAfreshWithAnotherReply()
+{
+    const InstallerBench bench;
+    FakeReply cut(QUrl("http://127.0.0.1/setup"));
+    cut.appendBody("abc");
+    bench.client->setInstallerFileName("/dev/full");
+    bench.call("saveInstaller", &cut);
+    bench.client->setInstallerFileName(bench.setup());
+    cut.appendBody("abc");
+    bench.call("saveInstaller", &cut);
+    QVERIFY(!QFileInfo::exists(bench.setup()));
+
+    FakeReply next(cut.url());
+    next.appendBody("def");
+    bench.call("saveInstaller", &next);
+    QCOMPARE(files::read(bench.setup()), QByteArray("def"));
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetInstaller)

@@ -1,5 +1,6 @@
 #include "clientbench.h"
 #include "files.h"
+#include "operations.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
@@ -52,6 +53,8 @@ private Q_SLOTS:
     void cannotBeOpened();
     void redirect_data() { addModes(); }
     void redirect();
+    void boundsFilesOnly_data();
+    void boundsFilesOnly();
 };
 
 void tst_TarvisNetUnread::endsAndMakesRoom_data()
@@ -169,6 +172,23 @@ void tst_TarvisNetUnread::redirect()
     QCOMPARE(bench.errors(), QList<int>{errorcodes::file_not_completed});
     QCOMPARE(bench.log.count(QtWarningMsg, "Temp file not exist"), 1);
     QVERIFY(!QFileInfo::exists(bench.destination()));
+}
+
+void tst_TarvisNetUnread::boundsFilesOnly_data()
+{
+    QTest::addColumn<RequestKind>("kind");
+    for (const RequestKind &kind : requestkinds::all())
+        QTest::newRow(kind.name) << kind;
+}
+
+// Other answers are held in memory anyway.
+void tst_TarvisNetUnread::boundsFilesOnly()
+{
+    QFETCH(const RequestKind, kind);
+    const WaitingBench bench;
+    const QNetworkReply *reply =
+        bench.start(record(kind.name, bench.server.url("/held"), bench.file("file", bodySize)));
+    QCOMPARE(reply->readBufferSize() > 0, kind.isFile());
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetUnread)

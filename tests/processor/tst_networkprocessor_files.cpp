@@ -1,4 +1,5 @@
 #include "files.h"
+#include "operations.h"
 #include "processorbench.h"
 
 #include <QtCore/QDir>
@@ -23,6 +24,8 @@ private Q_SLOTS:
     void reportsEveryChunkThatCannotBeSaved();
     void savesNothingWithoutARecord();
     void otherKindsWriteNoFile();
+    void boundsFilesOnly_data();
+    void boundsFilesOnly();
     void rawGetFile_data();
     void rawGetFile();
 };
@@ -268,6 +271,25 @@ void tst_NetworkProcessorFiles::otherKindsWriteNoFile()
 
     QCOMPARE(bench.recorder.count("s_errorChanged"), 1);
     QVERIFY(!QFileInfo::exists(bench.path()));
+}
+
+void tst_NetworkProcessorFiles::boundsFilesOnly_data()
+{
+    QTest::addColumn<RequestKind>("kind");
+    for (const RequestKind &kind : requestkinds::all())
+        QTest::newRow(kind.name) << kind;
+}
+
+// Other answers are held in memory anyway.
+void tst_NetworkProcessorFiles::boundsFilesOnly()
+{
+    QFETCH(const RequestKind, kind);
+    ProcessorBench bench;
+    bench.server.onRequest(answers::withhold());
+    constexpr quint64 large = 20 * 1024 * 1024;
+    bench.start(fileRecord(kind.name, bench.server.url(), bench.path(), large));
+    QVERIFY(bench.replies.waitFor());
+    QCOMPARE(bench.replies.at()->readBufferSize() > 0, kind.isFile());
 }
 
 void tst_NetworkProcessorFiles::rawGetFile_data()

@@ -4,7 +4,13 @@
 #include <QtCore/QMetaEnum>
 #include <QtTest/QTest>
 
+#include <functional>
+
 using namespace processorbench;
+
+using Action = std::function<void(ProcessorBench &)>;
+
+Q_DECLARE_METATYPE(Action)
 
 /// What each kind of request ends with, and what each error does.
 class tst_NetworkProcessorReplies : public QObject {
@@ -24,11 +30,22 @@ private Q_SLOTS:
     void canceledReply();
     void abortsAndDeletesEveryReply();
     void readsNothingAfterAnError();
+    void logsBeforeItEmits_data();
+    void logsBeforeItEmits();
 };
 
 namespace {
 
 const QString handled = "<TarvisNet::handleReply> ";
+
+/// A request of the kind \a replyType that is answered.
+Action answered(const QString &replyType, const QString &file = QStringLiteral("file"))
+{
+    return [replyType, file](ProcessorBench &bench) {
+        bench.server.onRequest(answers::bytes("body"));
+        QVERIFY(bench.run(fileRecord(replyType, bench.server.url(), bench.path(file), 4)));
+    };
+}
 
 QString errorText(const QString &name)
 {
@@ -279,6 +296,42 @@ void tst_NetworkProcessorReplies::readsNothingAfterAnError()
     const QString text = "<NetworkProcessor::replyReadyRead> some error:  \"broken by the test\"";
     QCOMPARE(bench.texts(), (QStringList{text, text}));
     QCOMPARE(reply->bytesAvailable(), 5);
+}
+
+void tst_NetworkProcessorReplies::logsBeforeItEmits_data()
+{
+    QTest::addColumn<Action>("act");
+    QTest::addColumn<QString>("message");
+    const auto row = [](const char *name, const QString &message, const Action &act) {
+        QTest::newRow(name) << act << message;
+    };
+    row("file not opened", "<NetworkProcessor::saveBinary> Error opening file to write.",
+        answered(replies::remote_binary, "."));
+    row("unknown kind", handled + "Uknown reply", answered("neverHeardOf"));
+    row("raw file", handled + "Raw file get finished", answered(replies::raw_get_file));
+    row("unknown reply", "<NetworkProcessor::replyFinished> Uknown reply.",
+        [](const ProcessorBench &bench) { bench.follow()->finish(); });
+    row("network error", errorText("QNetworkReply::TimeoutError"),
+        [](const ProcessorBench &bench) { bench.follow()->fail(QNetworkReply::TimeoutError); });
+    row("no TLS errors", "<NetworkProcessor::replySslErrors> Uknown error.",
+        [](const ProcessorBench &bench) { Q_EMIT bench.follow()->sslErrors({}); });
+}
+
+// Whoever reads the log from a receiver finds there what has happened, as its latest line.
+void tst_NetworkProcessorReplies::logsBeforeItEmits()
+{
+    QFETCH(const Action, act);
+    QFETCH(const QString, message);
+
+    ProcessorBench bench;
+    QStringList lastMessages;
+    const auto note = [&] {
+        lastMessages.append(bench.log.texts().value(bench.log.texts().size() - 1));
+    };
+    connect(bench.processor, &NetworkProcessor::s_errorChanged, this, note);
+    connect(bench.processor, &NetworkProcessor::s_rawGetFileFinished, this, note);
+    act(bench);
+    QCOMPARE(lastMessages.value(0), message);
 }
 
 QTEST_GUILESS_MAIN(tst_NetworkProcessorReplies)

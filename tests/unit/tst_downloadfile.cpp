@@ -7,7 +7,9 @@
 #include <QtTest/QTest>
 
 #include <csignal>
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using Append = DownloadFile::Append;
 
@@ -50,6 +52,8 @@ private Q_SLOTS:
     void dropsTheRestOnceADiskIsFull();
     void movesOnlyToWhereNothingIs();
     void movesNothingThatIsNotThere();
+    void movesToAFolderOfAnotherGroup();
+    void closesWhatItLooksAt();
     void overwriteStart_data();
     void overwriteStart();
     void overwriteStartReportsAFileThatCannotBeOpened();
@@ -198,6 +202,33 @@ void tst_DownloadFile::movesNothingThatIsNotThere()
     files::write(source, "new");
     QVERIFY(!savedfile::moveLikeCopy(source, directory.filePath("no/destination")));
     QCOMPARE(files::read(source), QByteArray("new"));
+}
+
+// A copy there would have the group of the process, as the file has.
+void tst_DownloadFile::movesToAFolderOfAnotherGroup()
+{
+    const QTemporaryDir directory;
+    const QString source = directory.filePath("source");
+    files::write(source, "new");
+    if (chown(QFile::encodeName(directory.path()).constData(), getuid(), getegid() + 1) != 0)
+        QSKIP("may not give a folder to another group");
+    QVERIFY(savedfile::moveLikeCopy(source, directory.filePath("destination")));
+}
+
+// Also where a program has closed its standard input, and the first number that is free is 0.
+void tst_DownloadFile::closesWhatItLooksAt()
+{
+    const QTemporaryDir directory;
+    const QString source = directory.filePath("source");
+    files::write(source, "new");
+    const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 100);
+    close(STDIN_FILENO);
+    const bool isMoved = savedfile::moveLikeCopy(source, directory.filePath("destination"));
+    const bool isFree = fcntl(STDIN_FILENO, F_GETFD) == -1;
+    dup2(input, STDIN_FILENO);
+    close(input);
+    QVERIFY(isMoved);
+    QVERIFY(isFree);
 }
 
 void tst_DownloadFile::overwriteStart_data()

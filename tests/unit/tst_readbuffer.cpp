@@ -5,7 +5,8 @@
 
 namespace {
 
-const qint64 MiB = 1024 * 1024;
+const qint64 KiB = 1024;
+const qint64 MiB = 1024 * KiB;
 
 } // namespace
 
@@ -23,26 +24,27 @@ void tst_ReadBuffer::limitReadBuffer_data()
 {
     QTest::addColumn<QUrl>("url");
     QTest::addColumn<quint64>("size");
-    QTest::addColumn<bool>("isLimited");
-    for (const char *text : {"http://127.0.0.1/a", "https://127.0.0.1/a"}) {
-        const QUrl url(text);
-        const QByteArray scheme = url.scheme().toLatin1();
-        QTest::addRow("%s, unknown", scheme.constData()) << url << quint64(0) << false;
-        QTest::addRow("%s, small", scheme.constData()) << url << quint64(1000) << false;
-        QTest::addRow("%s, 256 MiB", scheme.constData()) << url << quint64(256 * MiB) << true;
-        QTest::addRow("%s, largest", scheme.constData()) << url << ~quint64(0) << true;
-    }
+    QTest::addColumn<qint64>("limit");
+    const auto rows = [](const char *scheme, qint64 limit) {
+        const QUrl url(QString("%1://127.0.0.1/a").arg(scheme));
+        QTest::addRow("%s, unknown", scheme) << url << quint64(0) << qint64(0);
+        QTest::addRow("%s, small", scheme) << url << quint64(1000) << qint64(0);
+        QTest::addRow("%s, 256 MiB", scheme) << url << quint64(256 * MiB) << limit;
+        QTest::addRow("%s, largest", scheme) << url << ~quint64(0) << limit;
+    };
+    // Found by measurement; another limit is to be measured first.
+    rows("http", 4 * MiB);
+    rows("https", 64 * KiB);
 }
 
 void tst_ReadBuffer::limitReadBuffer()
 {
     QFETCH(QUrl, url);
     QFETCH(quint64, size);
-    QFETCH(bool, isLimited);
+    QFETCH(qint64, limit);
     FakeReply reply(url);
     readbuffer::limit(&reply, size);
-    QCOMPARE(reply.readBufferSize() > 0, isLimited);
-    QVERIFY(reply.readBufferSize() <= 8 * MiB);
+    QCOMPARE(reply.readBufferSize(), limit);
 }
 
 void tst_ReadBuffer::releaseUnreadBytes_data()
@@ -51,6 +53,7 @@ void tst_ReadBuffer::releaseUnreadBytes_data()
     QTest::addColumn<int>("unread");
     QTest::addColumn<qint64>("limitAfterwards");
     QTest::newRow("unread bytes lift it") << qint64(65536) << 1 << qint64(0);
+    QTest::newRow("the smallest limit") << qint64(1) << 1 << qint64(0);
     QTest::newRow("no unread bytes") << qint64(65536) << 0 << qint64(65536);
     QTest::newRow("no limit") << qint64(0) << 10 << qint64(0);
 }
