@@ -11,7 +11,7 @@ namespace {
 
 // Small enough to stay in the processor's cache between reading and writing. Smaller pieces would
 // wake the network thread more often.
-constexpr qint64 pieceSize = 1024 * 1024;
+constexpr qint64 pieceSize = qint64(1024) * 1024;
 
 void dropAvailable(QNetworkReply *reply)
 {

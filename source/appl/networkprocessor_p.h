@@ -27,7 +27,7 @@ struct NetworkProcessorPrivate {
     static void deliver(NetworkProcessor &processor, const char *function, const QString &url,
                         const Transfer &transfer);
 
-    const TraditionalRules rules;
+    const TraditionalRules rules{};
     QSharedPointer<QNetworkAccessManager> manager;
     QSslConfiguration sslConfiguration;
     QHash<QNetworkReply *, Transfer> activeReplies;

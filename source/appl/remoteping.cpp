@@ -21,7 +21,7 @@ constexpr MessageLog messages("../../source/appl/remoteping");
 constexpr int clearAfterPings = 300;
 
 // Nobody reads more than this of an answer that does not end.
-constexpr qint64 greatestUnreadBody = 2 * 1024 * 1024;
+constexpr qint64 greatestUnreadBody = qint64(2) * 1024 * 1024;
 
 bool isAnswer(QNetworkReply::NetworkError error)
 {

@@ -15,8 +15,8 @@ namespace {
 /// connection serves all requests for its server, whatever they ask of it.
 class UniformManager : public QNetworkAccessManager {
 public:
-    explicit UniformManager(QSslConfiguration tls)
-        : m_tls(std::move(tls))
+    explicit UniformManager(const QSslConfiguration &tls)
+        : m_tls(tls)
     {
     }
 
@@ -52,8 +52,8 @@ QByteArray fingerprint(const QSslCertificate &certificate)
 
 } // namespace
 
-StrictRules::StrictRules(const TransferPolicy &policy)
-    : m_policy(policy)
+StrictRules::StrictRules(TransferPolicy policy)
+    : m_policy(std::move(policy))
 {
 }
 

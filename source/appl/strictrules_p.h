@@ -8,7 +8,7 @@
 /// else.
 class StrictRules : public TraditionalRules {
 public:
-    explicit StrictRules(const TransferPolicy &policy);
+    explicit StrictRules(TransferPolicy policy);
 
     QSslConfiguration tlsConfiguration() const override;
     QNetworkAccessManager *newManager() const override;

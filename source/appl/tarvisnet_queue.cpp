@@ -30,15 +30,15 @@ void TarvisNetPrivate::enqueue(const ReplyData &record, const Admission &admissi
         reportLockFailure(admission.function, url);
         return;
     }
-    if (!admission.refusesEqual) {
-        pending.append(record);
-    } else if (!pending.appendNew(record)) {
+    if (admission.refusesEqual && !pending.appendNew(record)) {
         clientLog.warning(admission.function)
             << "Contains request:" << url << "active count:" << transfers.size()
             << "added count:" << pending.size();
         report({errorcodes::already_pending, url});
         return;
     }
+    if (!admission.refusesEqual)
+        pending.append(record);
     Q_EMIT q->s_repliesCountChanged();
 }
 

@@ -14,6 +14,7 @@ bool TarvisNet::redirectReply(QNetworkReply *_reply)
         clientLog.debug(Q_FUNC_INFO) << " Find previos target, set to redirect attribute";
         next.record = d->record(_reply);
         next.record.replyType = replies::redirect_reply;
+        next.isRedirected = true;
         next.redirectSource = _reply;
     }
     d->file(d->get(d->rules->redirectRequest(*target, d->sslConfiguration)), next);
@@ -24,9 +25,9 @@ bool TarvisNet::redirectReply(QNetworkReply *_reply)
 QNetworkReply *TarvisNetPrivate::handBack(const char *function, const Transfer &hop)
 {
     clientLog.debug(function) << "<TarvisNet::handleReply> Redirect finished";
-    if (!hop.redirectSource)
+    if (!hop.isRedirected)
         return nullptr;
-    QNetworkReply *source = *hop.redirectSource;
+    QNetworkReply *source = hop.redirectSource;
     const auto redirected = transfers.find(source);
     if (!source || redirected == transfers.end()) {
         clientLog.warning(function) << "<TarvisNet::handleReply> Direct reply NOT found";

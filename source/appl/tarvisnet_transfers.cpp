@@ -103,6 +103,7 @@ void TarvisNetPrivate::start(ReplyData record)
     QNetworkReply *reply = send(record);
     transfer.answer = std::exchange(record.data, QByteArray());
     if (QNetworkReply *source = std::exchange(record.directReply, nullptr)) {
+        transfer.isRedirected = true;
         // Only a reply in flight may be pointed to: this one may be gone.
         transfer.redirectSource = transfers.contains(source) ? source : nullptr;
     }

@@ -10,8 +10,6 @@
 #include <QtCore/QPointer>
 #include <QtNetwork/QNetworkReply>
 
-#include <optional>
-
 /// A request in flight.
 struct Transfer {
     /// What was asked. Its body has been sent, and the fields that have a place of their own below
@@ -20,9 +18,11 @@ struct Transfer {
     /// What has arrived of the answer, unless it goes to the file.
     QByteArray answer;
     DownloadFile file;
-    /// The reply that a redirect led away from; none for a request of somebody's own. Null once
-    /// that reply is gone: a new one may get its address.
-    std::optional<QPointer<QNetworkReply>> redirectSource;
+    /// Whether a redirect led here.
+    bool isRedirected = false;
+    /// The reply that it led away from. Null once that reply is gone: a new one may get its
+    /// address.
+    QPointer<QNetworkReply> redirectSource;
 };
 
 /// Reads what has arrived of an answer into its transfer, which is null when there is none. True
