@@ -2,6 +2,11 @@
 
 #include "replyinfo_p.h"
 
+Transfer::Transfer() = default;
+Transfer::Transfer(const Transfer &other) = default;
+Transfer &Transfer::operator=(const Transfer &other) = default;
+Transfer::~Transfer() = default;
+
 bool collectArrived(const replylog::Engine &engine, const char *function,
                     const TransferRules &rules, QNetworkReply *reply, Transfer *transfer)
 {

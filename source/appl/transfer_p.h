@@ -12,6 +12,12 @@
 
 /// A request in flight.
 struct Transfer {
+    // Out of line: inlined everywhere, they mislead the static analyser about shared pointers.
+    Transfer();
+    Transfer(const Transfer &other);
+    Transfer &operator=(const Transfer &other);
+    ~Transfer();
+
     /// What was asked. Its body has been sent, and the fields that have a place of their own below
     /// are empty.
     ReplyData record;
