@@ -40,11 +40,22 @@ struct Place {
     }
 
     QString folder() const { return disk.path("temporary"); }
+    /// Puts the temporary file in place; what the client logs is in log.
+    bool finish()
+    {
+        log.clear();
+        FileData file;
+        file.filePath = destination;
+        file.tempFilePath = temporary;
+        return client.renameTemporaryFile(file);
+    }
 
     SmallDisk disk;
     SmallDisk other{256 * KiB};
     QString temporary;
     QString destination;
+    LogCapture log;
+    TarvisNet client;
 };
 
 using Change = std::function<void(Place &)>;
@@ -120,22 +131,19 @@ void tst_FaultsFinishing::ways()
     const QByteArray expected = files::read(place.temporary);
     const ino_t before = about(place.temporary).st_ino;
     const mode_t permissions = about(place.temporary).st_mode & 0777;
-    TarvisNet client;
-    FileData file;
-    file.filePath = place.destination;
-    file.tempFilePath = place.temporary;
-    const LogCapture log;
-    QCOMPARE(client.renameTemporaryFile(file), way != Way::Failed);
+    QCOMPARE(place.finish(), way != Way::Failed);
 
     QCOMPARE(QFileInfo::exists(place.temporary), way == Way::CopiedAndLeft || way == Way::Failed);
     QCOMPARE(QFileInfo::exists(place.destination), way != Way::Failed);
     if (way == Way::Failed) {
-        QCOMPARE(log.texts().size(), 1);
-        QVERIFY2(log.texts().first().startsWith(copyFailed), qPrintable(log.texts().first()));
+        QCOMPARE(place.log.texts().size(), 1);
+        QVERIFY2(place.log.texts().first().startsWith(copyFailed),
+                 qPrintable(place.log.texts().first()));
         QCOMPARE(files::read(place.temporary), expected);
         return;
     }
-    QCOMPARE(log.texts(), way == Way::CopiedAndLeft ? QStringList(removeFailed) : QStringList());
+    QCOMPARE(place.log.texts(),
+             way == Way::CopiedAndLeft ? QStringList(removeFailed) : QStringList());
     QCOMPARE(files::read(place.destination), expected);
     const struct stat after = about(place.destination);
     QCOMPARE(after.st_ino == before, way == Way::Moved);
@@ -148,17 +156,12 @@ void tst_FaultsFinishing::linkIsCopied()
     const QString target = place.disk.path("target");
     QVERIFY(QFile::rename(place.temporary, target));
     QVERIFY(QFile::link(target, place.temporary));
-    TarvisNet client;
-    FileData file;
-    file.filePath = place.destination;
-    file.tempFilePath = place.temporary;
-    const LogCapture log;
-    QVERIFY(client.renameTemporaryFile(file));
+    QVERIFY(place.finish());
     QVERIFY(S_ISREG(about(place.destination).st_mode));
     QCOMPARE(files::read(place.destination), content);
     QCOMPARE(files::read(target), content);
     QVERIFY(!QFileInfo(place.temporary).isSymLink());
-    QCOMPARE(log.texts(), QStringList());
+    QCOMPARE(place.log.texts(), QStringList());
 }
 
 void tst_FaultsFinishing::permissionsAreThoseOfACopy_data()
@@ -172,15 +175,11 @@ void tst_FaultsFinishing::permissionsAreThoseOfACopy()
 {
     QFETCH(const int, mode);
     Place place;
-    TarvisNet client;
-    FileData file;
-    file.tempFilePath = place.temporary;
-    const LogCapture log;
     for (const QString &destination : {place.disk.path("moved"), place.other.path("copied")}) {
         files::write(place.temporary, content);
         QVERIFY(chmod(QFile::encodeName(place.temporary).constData(), mode_t(mode)) == 0);
-        file.filePath = destination;
-        QVERIFY(client.renameTemporaryFile(file));
+        place.destination = destination;
+        QVERIFY(place.finish());
         const struct stat after = about(destination);
         QCOMPARE(int(after.st_mode & 07777), mode);
         QCOMPARE(after.st_uid, geteuid());
@@ -199,12 +198,7 @@ void tst_FaultsFinishing::isAsOldAsACopy()
         QVERIFY(temporary.setFileTime(QDateTime::currentDateTime().addYears(-1),
                                       QFileDevice::FileModificationTime));
     }
-    TarvisNet client;
-    FileData file;
-    file.filePath = place.destination;
-    file.tempFilePath = place.temporary;
-    const LogCapture log;
-    QVERIFY(client.renameTemporaryFile(file));
+    QVERIFY(place.finish());
     QVERIFY(QFileInfo(place.destination).lastModified()
             > QDateTime::currentDateTime().addMonths(-1));
 }
@@ -216,12 +210,7 @@ void tst_FaultsFinishing::otherNameKeepsItsFile()
     QVERIFY(
         link(QFile::encodeName(place.temporary).constData(), QFile::encodeName(second).constData())
         == 0);
-    TarvisNet client;
-    FileData file;
-    file.filePath = place.destination;
-    file.tempFilePath = place.temporary;
-    const LogCapture log;
-    QVERIFY(client.renameTemporaryFile(file));
+    QVERIFY(place.finish());
     files::write(second, "changed");
     QCOMPARE(files::read(place.destination), content);
 }

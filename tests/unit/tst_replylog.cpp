@@ -1,26 +1,11 @@
+#include "engines.h"
 #include "fakereply.h"
 #include "logcapture.h"
 #include "replylog_p.h"
 
 #include <QtTest/QTest>
 
-using replylog::Engine;
-
-namespace {
-
-const char sourceFile[] = "../../source/unit";
-const char function[] = "void Unit::run()";
-
-// The client warns of what the stand-alone processor only notes.
-const Engine client = {MessageLog(sourceFile), "TarvisNet", QtWarningMsg};
-const Engine processor = {MessageLog(sourceFile), "NetworkProcessor", QtDebugMsg};
-
-QString textOf(const Engine &engine, const char *operation, const QString &text)
-{
-    return QString("<%1::%2> ").arg(engine.className, operation) + text;
-}
-
-} // namespace
+using namespace engines;
 
 class tst_ReplyLog : public QObject {
     Q_OBJECT

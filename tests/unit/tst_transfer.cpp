@@ -1,3 +1,4 @@
+#include "engines.h"
 #include "fakereply.h"
 #include "logcapture.h"
 #include "traditionalrules_p.h"
@@ -5,21 +6,9 @@
 
 #include <QtTest/QTest>
 
-using replylog::Engine;
+using namespace engines;
 
 namespace {
-
-const char sourceFile[] = "../../source/unit";
-const char function[] = "void Unit::run()";
-
-// The client warns of what the stand-alone processor only notes.
-const Engine client = {MessageLog(sourceFile), "TarvisNet", QtWarningMsg};
-const Engine processor = {MessageLog(sourceFile), "NetworkProcessor", QtDebugMsg};
-
-QString textOf(const Engine &engine, const char *operation, const QString &text)
-{
-    return QString("<%1::%2> ").arg(engine.className, operation) + text;
-}
 
 bool collect(const Engine &engine, QNetworkReply *reply, Transfer *transfer)
 {
