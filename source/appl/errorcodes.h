@@ -57,6 +57,26 @@ inline constexpr short already_pending = -221;
 /// client's TransferPolicy accepts.
 inline constexpr short ssl_handshake_failed = -222;
 
+/// Nothing arrived for too long, or the request took too long, or the probe got no answer. Only
+/// with TransferPolicy::idleTimeout(), TransferPolicy::totalTimeout() or
+/// TransferPolicy::failuresIsolated().
+inline constexpr short timed_out = -223;
+
+/// The server redirects to where no request may go, or too often. Only with
+/// TransferPolicy::redirectsChecked().
+inline constexpr short redirect_refused = -224;
+
+/// The disk does not take the file: it is full, or a write, the opening or the replacing failed.
+/// What is on disk stays a clean beginning. Only with TransferPolicy::filesChecked().
+inline constexpr short file_write_failed = -225;
+
+/// What was fetched is not the file: its size, its hash or the server's status is wrong, or the
+/// hash text is none. Only with TransferPolicy::filesChecked().
+inline constexpr short file_corrupted = -226;
+
+/// The body is longer than the client may hold. Only with TransferPolicy::maximumBodySize().
+inline constexpr short body_too_large = -227;
+
 } // namespace errorcodes
 
 #endif // TARVISNET_ERRORCODES_H

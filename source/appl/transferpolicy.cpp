@@ -10,11 +10,22 @@ public:
     bool peersVerified = false;
     QList<QSslCertificate> caCertificates;
     QList<QByteArray> pinnedKeys;
+    bool redirectsChecked = false;
+    int maximumRedirects = 10;
+    bool filesChecked = false;
+    bool failuresIsolated = false;
+    int idleTimeout = 0;
+    int totalTimeout = 0;
+    int maximumRetries = 0;
+    int retryDelay = 500;
+    qint64 maximumBodySize = 0;
     bool errorsExplained = false;
 
     auto properties() const
     {
-        return std::tie(peersVerified, caCertificates, pinnedKeys, errorsExplained);
+        return std::tie(peersVerified, caCertificates, pinnedKeys, redirectsChecked,
+                        maximumRedirects, filesChecked, failuresIsolated, idleTimeout, totalTimeout,
+                        maximumRetries, retryDelay, maximumBodySize, errorsExplained);
     }
 };
 
@@ -33,6 +44,12 @@ TransferPolicy TransferPolicy::strict()
 {
     TransferPolicy policy;
     policy.setPeersVerified(true);
+    policy.setRedirectsChecked(true);
+    policy.setFilesChecked(true);
+    policy.setFailuresIsolated(true);
+    policy.setIdleTimeout(30 * 1000);
+    policy.setMaximumRetries(3);
+    policy.setMaximumBodySize(qint64(64) * 1024 * 1024);
     policy.setErrorsExplained(true);
     return policy;
 }
@@ -67,6 +84,96 @@ void TransferPolicy::setPinnedKeys(const QList<QByteArray> &sha256)
     d->pinnedKeys = sha256;
 }
 
+bool TransferPolicy::redirectsChecked() const
+{
+    return d->redirectsChecked;
+}
+
+void TransferPolicy::setRedirectsChecked(bool on)
+{
+    d->redirectsChecked = on;
+}
+
+int TransferPolicy::maximumRedirects() const
+{
+    return d->maximumRedirects;
+}
+
+void TransferPolicy::setMaximumRedirects(int count)
+{
+    d->maximumRedirects = count;
+}
+
+bool TransferPolicy::filesChecked() const
+{
+    return d->filesChecked;
+}
+
+void TransferPolicy::setFilesChecked(bool on)
+{
+    d->filesChecked = on;
+}
+
+bool TransferPolicy::failuresIsolated() const
+{
+    return d->failuresIsolated;
+}
+
+void TransferPolicy::setFailuresIsolated(bool on)
+{
+    d->failuresIsolated = on;
+}
+
+int TransferPolicy::idleTimeout() const
+{
+    return d->idleTimeout;
+}
+
+void TransferPolicy::setIdleTimeout(int msec)
+{
+    d->idleTimeout = msec;
+}
+
+int TransferPolicy::totalTimeout() const
+{
+    return d->totalTimeout;
+}
+
+void TransferPolicy::setTotalTimeout(int msec)
+{
+    d->totalTimeout = msec;
+}
+
+int TransferPolicy::maximumRetries() const
+{
+    return d->maximumRetries;
+}
+
+void TransferPolicy::setMaximumRetries(int count)
+{
+    d->maximumRetries = count;
+}
+
+int TransferPolicy::retryDelay() const
+{
+    return d->retryDelay;
+}
+
+void TransferPolicy::setRetryDelay(int msec)
+{
+    d->retryDelay = msec;
+}
+
+qint64 TransferPolicy::maximumBodySize() const
+{
+    return d->maximumBodySize;
+}
+
+void TransferPolicy::setMaximumBodySize(qint64 bytes)
+{
+    d->maximumBodySize = bytes;
+}
+
 bool TransferPolicy::errorsExplained() const
 {
     return d->errorsExplained;
@@ -87,7 +194,13 @@ QDebug operator<<(QDebug debug, const TransferPolicy &policy)
     const QDebugStateSaver saver(debug);
     debug.nospace() << "TransferPolicy(peersVerified " << policy.peersVerified()
                     << ", caCertificates " << policy.caCertificates().size() << ", pinnedKeys "
-                    << policy.pinnedKeys().size() << ", errorsExplained "
-                    << policy.errorsExplained() << ')';
+                    << policy.pinnedKeys().size() << ", redirectsChecked "
+                    << policy.redirectsChecked() << ", maximumRedirects "
+                    << policy.maximumRedirects() << ", filesChecked " << policy.filesChecked()
+                    << ", failuresIsolated " << policy.failuresIsolated() << ", idleTimeout "
+                    << policy.idleTimeout() << ", totalTimeout " << policy.totalTimeout()
+                    << ", maximumRetries " << policy.maximumRetries() << ", retryDelay "
+                    << policy.retryDelay() << ", maximumBodySize " << policy.maximumBodySize()
+                    << ", errorsExplained " << policy.errorsExplained() << ')';
     return debug;
 }

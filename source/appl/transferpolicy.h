@@ -43,7 +43,9 @@ public:
     TransferPolicy &operator=(TransferPolicy &&other) noexcept;
     ~TransferPolicy();
 
-    /// What is good for most applications: peersVerified() and errorsExplained().
+    /// What is good for most applications: peersVerified(), redirectsChecked(), filesChecked(),
+    /// failuresIsolated() and errorsExplained(), an idleTimeout() of 30 seconds, three retries, and
+    /// a maximumBodySize() of 64 MiB.
     static TransferPolicy strict();
 
     /// Whether all requests of the client, those of its probe included, verify the server's
@@ -69,6 +71,74 @@ public:
     QList<QByteArray> pinnedKeys() const;
     void setPinnedKeys(const QList<QByteArray> &sha256); ///< See pinnedKeys().
 
+    /// Whether redirects are followed as HTTP means them; false at first. Each target is resolved
+    /// against the URL that it came from. 301 and 302 make a GET of a POST, 303 of anything; 307
+    /// and 308 keep method and body. Headers are kept, but "Authorization", "Cookie" and
+    /// "Proxy-Authorization" go only to the same scheme, host and port. Downloads are redirected
+    /// like anything else. A target that is neither http nor https, one that leads from https to
+    /// http, and one hop more than maximumRedirects() end the request with
+    /// errorcodes::redirect_refused; a redirect that names no target, and a status 300, 304 or 305,
+    /// with errorcodes::network_error. Results and errors carry the URL that was asked for.
+    bool redirectsChecked() const;
+    void setRedirectsChecked(bool on); ///< See redirectsChecked().
+
+    /// How many redirects one request may take; 10 at first. Counts only with redirectsChecked().
+    int maximumRedirects() const;
+    void setMaximumRedirects(int count); ///< See maximumRedirects().
+
+    /// Whether TarvisNet::fetchBinary() and TarvisNet::fetchInstaller() write only files that are
+    /// right; false at first. The destination is replaced in one step, by a file that has its size
+    /// and, if a hash was given, its content; until then, and after every failure, what was there
+    /// stays. A download is continued only where the server confirms that the file is still the
+    /// same, and starts afresh otherwise. A size of 0 stands for an unknown one. The hash is the
+    /// hex text of a SHA-256, SHA-512, SHA-1 or MD5, told apart by its length or by "sha256:" and
+    /// so on before it. An installer is saved to TarvisNet::getInstallerFileName().
+    ///
+    /// Codes: errorcodes::file_corrupted for a wrong size, content, status or hash text,
+    /// errorcodes::file_write_failed when the disk does not take the file,
+    /// errorcodes::already_pending while the same destination is being fetched, and
+    /// errorcodes::invalid_url without a destination.
+    bool filesChecked() const;
+    void setFilesChecked(bool on); ///< See filesChecked().
+
+    /// Whether a failure ends the request that failed, and no other; false at first, and then most
+    /// failures also abort the first request that is running. Every accepted request then ends
+    /// exactly once: by its result, by TarvisNet::s_errorChanged() or by TarvisNet::s_aborted(), a
+    /// pending one that is dropped too. When the probe gets no answer, the requests to the server
+    /// that it asked end with errorcodes::timed_out; any answer of that server counts, and so does
+    /// any byte that arrives from it.
+    bool failuresIsolated() const;
+    void setFailuresIsolated(bool on); ///< See failuresIsolated().
+
+    /// After how many milliseconds without a byte in either direction a request ends with
+    /// errorcodes::timed_out; 0, as at first, for never. The headers of an answer count once they
+    /// are complete.
+    int idleTimeout() const;
+    void setIdleTimeout(int msec); ///< See idleTimeout().
+
+    /// How many milliseconds after it was first sent a request ends with errorcodes::timed_out, its
+    /// retries and the waits between them included; 0, as at first, for never.
+    int totalTimeout() const;
+    void setTotalTimeout(int msec); ///< See totalTimeout().
+
+    /// How many times a GET is tried again after a failed connection, a time-out without a byte, or
+    /// a status 408, 425, 429, 500, 502, 503 or 504; 0 at first. A download goes on where it
+    /// stopped. Only the last failure is reported. While a request waits it takes no place among
+    /// those that run. POST, PATCH and DELETE are never tried again by the client.
+    int maximumRetries() const;
+    void setMaximumRetries(int count); ///< See maximumRetries().
+
+    /// Milliseconds before the first retry; 500 at first. Each further wait is twice as long, at
+    /// most 30 seconds, and up to half of each is left to chance. A server that asks for another
+    /// wait (Retry-After) gets it; one that asks for more than five minutes is not asked again.
+    int retryDelay() const;
+    void setRetryDelay(int msec); ///< See retryDelay().
+
+    /// How many bytes a body may have that is held in memory, after decoding; 0, as at first, for
+    /// any number. A longer one ends its request with errorcodes::body_too_large.
+    qint64 maximumBodySize() const;
+    void setMaximumBodySize(qint64 bytes); ///< See maximumBodySize().
+
     /// Whether the third argument of every TarvisNet::s_errorChanged() tells what happened; false
     /// at first. It is then an object with these members, each where it applies:
     ///
@@ -76,7 +146,9 @@ public:
     /// - "httpStatus": the status of the answer
     /// - "networkError": the name of Qt's error, "HostNotFoundError" for example
     /// - "retryAfter": seconds that the server asks to wait
+    /// - "attempts": how many times the request was sent, when that was more than once
     /// - "expected", "received": bytes of a download, those on disk included
+    /// - "url": where it failed, if that is not the URL that was asked for
     /// - "body": what the server said, if that was JSON
     ///
     /// Without it that argument is the "body", or a null document.

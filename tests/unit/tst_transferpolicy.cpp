@@ -21,6 +21,22 @@ QString text(const TransferPolicy &policy)
     return text.trimmed();
 }
 
+/// The text of a policy that differs from the first one in \a difference, "property value".
+QString writtenWith(const QString &difference)
+{
+    QStringList items = {"peersVerified false",    "caCertificates 0",    "pinnedKeys 0",
+                         "redirectsChecked false", "maximumRedirects 10", "filesChecked false",
+                         "failuresIsolated false", "idleTimeout 0",       "totalTimeout 0",
+                         "maximumRetries 0",       "retryDelay 500",      "maximumBodySize 0",
+                         "errorsExplained false"};
+    const QString name = difference.section(QLatin1Char(' '), 0, 0) + QLatin1Char(' ');
+    for (QString &item : items) {
+        if (item.startsWith(name))
+            item = difference;
+    }
+    return QStringLiteral("TransferPolicy(%1)").arg(items.join(QStringLiteral(", ")));
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(Edit)
@@ -43,6 +59,15 @@ void tst_TransferPolicy::asksForNothingAtFirst()
     QVERIFY(!policy.peersVerified());
     QVERIFY(policy.caCertificates().isEmpty());
     QVERIFY(policy.pinnedKeys().isEmpty());
+    QVERIFY(!policy.redirectsChecked());
+    QCOMPARE(policy.maximumRedirects(), 10);
+    QVERIFY(!policy.filesChecked());
+    QVERIFY(!policy.failuresIsolated());
+    QCOMPARE(policy.idleTimeout(), 0);
+    QCOMPARE(policy.totalTimeout(), 0);
+    QCOMPARE(policy.maximumRetries(), 0);
+    QCOMPARE(policy.retryDelay(), 500);
+    QCOMPARE(policy.maximumBodySize(), 0);
     QVERIFY(!policy.errorsExplained());
     QCOMPARE(policy, TransferPolicy());
 }
@@ -53,6 +78,15 @@ void tst_TransferPolicy::strict()
     QVERIFY(policy.peersVerified());
     QVERIFY(policy.caCertificates().isEmpty());
     QVERIFY(policy.pinnedKeys().isEmpty());
+    QVERIFY(policy.redirectsChecked());
+    QCOMPARE(policy.maximumRedirects(), 10);
+    QVERIFY(policy.filesChecked());
+    QVERIFY(policy.failuresIsolated());
+    QCOMPARE(policy.idleTimeout(), 30000);
+    QCOMPARE(policy.totalTimeout(), 0);
+    QCOMPARE(policy.maximumRetries(), 3);
+    QCOMPARE(policy.retryDelay(), 500);
+    QCOMPARE(policy.maximumBodySize(), 67108864);
     QVERIFY(policy.errorsExplained());
     QVERIFY(policy != TransferPolicy());
 }
@@ -60,24 +94,27 @@ void tst_TransferPolicy::strict()
 void tst_TransferPolicy::properties_data()
 {
     QTest::addColumn<Edit>("edit");
-    QTest::addColumn<QString>("written");
-    QTest::newRow("peersVerified")
-        << Edit([](TransferPolicy &policy) { policy.setPeersVerified(true); })
-        << "TransferPolicy(peersVerified true, caCertificates 0, pinnedKeys 0, errorsExplained "
-           "false)";
-    QTest::newRow("caCertificates")
-        << Edit([](TransferPolicy &policy) { policy.setCaCertificates({serverCertificate()}); })
-        << "TransferPolicy(peersVerified false, caCertificates 1, pinnedKeys 0, errorsExplained "
-           "false)";
-    QTest::newRow("pinnedKeys") << Edit([](TransferPolicy &policy) {
+    QTest::addColumn<QString>("difference");
+    const auto row = [](const char *difference, const Edit &edit) {
+        QTest::newRow(difference) << edit << QString::fromLatin1(difference);
+    };
+    row("peersVerified true", [](TransferPolicy &policy) { policy.setPeersVerified(true); });
+    row("caCertificates 1",
+        [](TransferPolicy &policy) { policy.setCaCertificates({serverCertificate()}); });
+    row("pinnedKeys 2", [](TransferPolicy &policy) {
         policy.setPinnedKeys({QByteArray(32, 'x'), QByteArray(32, 'y')});
-    })
-                                << "TransferPolicy(peersVerified false, caCertificates 0, "
-                                   "pinnedKeys 2, errorsExplained false)";
-    QTest::newRow("errorsExplained")
-        << Edit([](TransferPolicy &policy) { policy.setErrorsExplained(true); })
-        << "TransferPolicy(peersVerified false, caCertificates 0, pinnedKeys 0, "
-           "errorsExplained true)";
+    });
+    row("redirectsChecked true", [](TransferPolicy &policy) { policy.setRedirectsChecked(true); });
+    row("maximumRedirects 7", [](TransferPolicy &policy) { policy.setMaximumRedirects(7); });
+    row("filesChecked true", [](TransferPolicy &policy) { policy.setFilesChecked(true); });
+    row("failuresIsolated true", [](TransferPolicy &policy) { policy.setFailuresIsolated(true); });
+    row("idleTimeout 7", [](TransferPolicy &policy) { policy.setIdleTimeout(7); });
+    row("totalTimeout 7", [](TransferPolicy &policy) { policy.setTotalTimeout(7); });
+    row("maximumRetries 7", [](TransferPolicy &policy) { policy.setMaximumRetries(7); });
+    row("retryDelay 7", [](TransferPolicy &policy) { policy.setRetryDelay(7); });
+    row("maximumBodySize 8589934592",
+        [](TransferPolicy &policy) { policy.setMaximumBodySize(Q_INT64_C(8589934592)); });
+    row("errorsExplained true", [](TransferPolicy &policy) { policy.setErrorsExplained(true); });
 }
 
 void tst_TransferPolicy::properties()
@@ -89,7 +126,8 @@ void tst_TransferPolicy::properties()
     TransferPolicy same;
     edit(same);
     QCOMPARE(policy, same);
-    QTEST(text(policy), "written");
+    QFETCH(const QString, difference);
+    QCOMPARE(text(policy), writtenWith(difference));
     QCOMPARE(TarvisNet(policy).transferPolicy(), policy);
 }
 
