@@ -1,5 +1,7 @@
 #include "downloadfile_p.h"
 
+#include "descriptor_p.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
@@ -7,33 +9,10 @@
 
 #ifdef RENAME_NOREPLACE
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
-
-/// Keeps a file or directory open while it is looked at.
-class Descriptor {
-public:
-    Descriptor(const QByteArray &path, int flags)
-        : m_number(open(path.constData(), flags | O_RDONLY | O_CLOEXEC))
-    {
-    }
-    ~Descriptor()
-    {
-        if (m_number >= 0)
-            close(m_number);
-    }
-
-    int number() const { return m_number; }
-
-private:
-    Q_DISABLE_COPY(Descriptor)
-
-    int m_number;
-};
 
 /// Whether the file is what a copy of it would be: of the same owner and group, without bits that a
 /// copy loses, and nothing that another name leads to.
@@ -62,12 +41,10 @@ bool savedfile::moveLikeCopy(const QString &source, const QString &destination)
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(destination);
     // Without O_NONBLOCK a named pipe would wait for its writer.
-    const Descriptor file(from, O_NOFOLLOW | O_NONBLOCK);
-    const Descriptor directory(QFile::encodeName(QFileInfo(destination).path()), O_DIRECTORY);
-    struct stat aboutFile = {};
-    struct stat aboutDirectory = {};
-    if (fstat(file.number(), &aboutFile) != 0 || fstat(directory.number(), &aboutDirectory) != 0)
-        return false;
+    const Descriptor file(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const Descriptor directory(QFileInfo(destination).path(), O_RDONLY | O_DIRECTORY);
+    const struct stat aboutFile = file.about();
+    const struct stat aboutDirectory = directory.about();
     if (!isLikeCopy(aboutFile, aboutDirectory) || !hasRoomForCopy(aboutFile, directory.number()))
         return false;
     if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) != 0)

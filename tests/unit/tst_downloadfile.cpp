@@ -1,42 +1,16 @@
 #include "downloadfile_p.h"
 #include "fakereply.h"
 #include "files.h"
+#include "filesizelimit.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
-#include <csignal>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 using Append = DownloadFile::Append;
-
-namespace {
-
-/// No file grows beyond the limit, as if the disk were full.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_handler);
-    }
-    Q_DISABLE_COPY_MOVE(FileSizeLimit)
-
-private:
-    const sighandler_t m_handler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit m_before{};
-};
-
-} // namespace
 
 Q_DECLARE_METATYPE(Append)
 
