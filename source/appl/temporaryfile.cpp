@@ -8,6 +8,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+namespace {
+
+constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+
+} // namespace
+
 QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
 {
     // Whoever had it locked may have moved it away before letting go of it.
@@ -16,8 +22,10 @@ QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
         const QSharedPointer<TemporaryFile> file(new TemporaryFile(path));
         if (!file->m_descriptor.isOpen() || !file->lock())
             break;
-        if (file->isInPlace())
-            return file->isTrustworthy() ? file : nullptr;
+        if (file->isInPlace()) {
+            const bool isOurs = file->isTrustworthy() && file->setPermissions(ownerOnly);
+            return isOurs ? file : nullptr;
+        }
     }
     return nullptr;
 }
@@ -25,7 +33,7 @@ QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
 // Without O_NONBLOCK a named pipe might wait for its reader.
 TemporaryFile::TemporaryFile(const QString &path)
     : m_path(path)
-    , m_descriptor(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)
+    , m_descriptor(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, ownerOnly)
 {
 }
 

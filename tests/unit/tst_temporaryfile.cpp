@@ -41,9 +41,15 @@ void tst_TemporaryFile::makesAFileForItsOwnerOnly()
     QVERIFY(file);
     QCOMPARE(file->path(), path);
     QCOMPARE(file->size(), 0);
+    // And so is one that was made otherwise.
+    const QString other = directory.filePath("other");
+    files::write(other, "content");
+    QVERIFY(QFile::setPermissions(other, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+    QVERIFY(TemporaryFile::open(other));
     const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup
         | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
     QVERIFY(!(QFileInfo(path).permissions() & others));
+    QVERIFY(!(QFileInfo(other).permissions() & others));
 }
 
 void tst_TemporaryFile::keepsWhatIsThere()
