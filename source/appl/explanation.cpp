@@ -2,17 +2,16 @@
 
 #include "errorcodes.h"
 #include "replyinfo_p.h"
+#include "retryschedule_p.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonObject>
-#include <QtCore/QLocale>
 #include <QtCore/QMetaEnum>
 
 #include <algorithm>
 #include <iterator>
-#include <optional>
 
 namespace {
 
@@ -35,6 +34,11 @@ constexpr Reason reasons[] = {
     {errorcodes::already_pending, "An equal request is waiting already."},
     {errorcodes::protocol_invalid_operation, "The server finds the request faulty."},
     {errorcodes::ssl_handshake_failed, "The server is not one to trust, or the handshake failed."},
+    {errorcodes::timed_out, "The server was silent for too long."},
+    {errorcodes::redirect_refused, "The server redirects to where no request may go."},
+    {errorcodes::file_write_failed, "The disk does not take the file."},
+    {errorcodes::file_corrupted, "What was fetched is not the file that was asked for."},
+    {errorcodes::body_too_large, "The body is longer than it may be."},
 };
 
 bool hasNetworkError(const Failure &failure)
@@ -42,9 +46,11 @@ bool hasNetworkError(const Failure &failure)
     return failure.reply && failure.reply->error() != QNetworkReply::NoError;
 }
 
-/// Qt's own sentence where it has one, because that says more.
+/// Qt's own sentence where it has one, because that says more than the code.
 QString reasonOf(const Failure &failure)
 {
+    if (failure.reason)
+        return QString::fromLatin1(failure.reason);
     if (hasNetworkError(failure))
         return failure.reply->errorString();
     const auto reason =
@@ -59,20 +65,9 @@ QString errorName(QNetworkReply::NetworkError error)
         QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error));
 }
 
-/// A number of seconds or a date, as HTTP has it.
-std::optional<qint64> retryAfter(const QNetworkReply &reply)
+qint64 receivedOf(const Failure &failure)
 {
-    const QByteArray text = reply.rawHeader("Retry-After").trimmed();
-    bool isNumber = false;
-    const qint64 seconds = text.toLongLong(&isNumber);
-    if (isNumber)
-        return std::max<qint64>(0, seconds);
-    QDateTime date = QLocale::c().toDateTime(QString::fromLatin1(text),
-                                             QStringLiteral("ddd, dd MMM yyyy hh:mm:ss 'GMT'"));
-    if (!date.isValid())
-        return std::nullopt;
-    date.setTimeSpec(Qt::UTC);
-    return std::max<qint64>(0, QDateTime::currentDateTimeUtc().secsTo(date));
+    return failure.received < 0 ? QFileInfo(failure.file.tempFilePath).size() : failure.received;
 }
 
 QJsonValue valueOf(const QJsonDocument &document)
@@ -80,13 +75,17 @@ QJsonValue valueOf(const QJsonDocument &document)
     return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
 }
 
-void addReply(QJsonObject &told, const QNetworkReply &reply)
+void addReply(QJsonObject &told, const Failure &failure)
 {
+    const QNetworkReply &reply = *failure.reply;
+    if (const QString url = replyinfo::urlText(&reply); url != failure.url)
+        told.insert(QStringLiteral("url"), url);
     if (const int status = replyinfo::httpStatus(&reply))
         told.insert(QStringLiteral("httpStatus"), status);
     if (reply.error() != QNetworkReply::NoError)
         told.insert(QStringLiteral("networkError"), errorName(reply.error()));
-    if (const std::optional<qint64> seconds = retryAfter(reply))
+    if (const auto seconds = retryschedule::retryAfter(reply.rawHeader("Retry-After"),
+                                                       QDateTime::currentDateTimeUtc()))
         told.insert(QStringLiteral("retryAfter"), *seconds);
 }
 
@@ -97,10 +96,12 @@ QJsonDocument explanation(const Failure &failure)
     QJsonObject told;
     told.insert(QStringLiteral("reason"), reasonOf(failure));
     if (failure.reply)
-        addReply(told, *failure.reply);
+        addReply(told, failure);
+    if (failure.attempts > 1)
+        told.insert(QStringLiteral("attempts"), failure.attempts);
     if (failure.file.size != 0) {
         told.insert(QStringLiteral("expected"), qint64(failure.file.size));
-        told.insert(QStringLiteral("received"), QFileInfo(failure.file.tempFilePath).size());
+        told.insert(QStringLiteral("received"), receivedOf(failure));
     }
     if (!failure.body.isNull())
         told.insert(QStringLiteral("body"), valueOf(failure.body));

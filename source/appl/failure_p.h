@@ -17,6 +17,12 @@ struct Failure {
     QJsonDocument body = QJsonDocument();
     /// The file that the request was to write.
     FileData file = FileData();
+    /// Bytes of the file that are there; negative when the disk knows.
+    qint64 received = -1;
+    /// How many times the request was sent.
+    int attempts = 1;
+    /// A sentence; null where Qt or the code tells it.
+    const char *reason = nullptr;
 };
 
 #endif // TARVISNET_FAILURE_P_H

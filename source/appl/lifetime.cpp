@@ -28,7 +28,12 @@ ActiveCall::ActiveCall(QObject *owner, const QSharedPointer<QNetworkAccessManage
 ActiveCall::~ActiveCall()
 {
     if (ownerGone() && m_manager)
-        new ManagerKeeper(std::move(m_manager)); // deletes itself
+        releaseOnceUnwound(std::move(m_manager));
+}
+
+void releaseOnceUnwound(QSharedPointer<QNetworkAccessManager> manager)
+{
+    new ManagerKeeper(std::move(manager)); // deletes itself
 }
 
 QueueLock::QueueLock(QSharedPointer<QMutex> mutex, int waitMsec)

@@ -28,6 +28,9 @@ private:
     QSharedPointer<QNetworkAccessManager> m_manager;
 };
 
+/// Keeps a manager until the call stack has unwound.
+void releaseOnceUnwound(QSharedPointer<QNetworkAccessManager> manager);
+
 /// Holds a mutex that may lose its owner while it is locked.
 class QueueLock {
 public:

@@ -67,31 +67,42 @@ void PendingQueue::append(const ReplyData &record, uint hash)
     const QString path = record.request.url().path(QUrl::FullyDecoded);
     enlist(m_byHash, hash, number);
     enlist(m_byPath, path, number);
+    if (const QString &file = record.fileData.tempFilePath; !file.isEmpty())
+        enlist(m_byFile, file, number);
     m_entries.emplace_hint(m_entries.end(), number, Entry{record, hash, path});
 }
 
 ReplyData PendingQueue::takeFirst()
 {
     const auto first = m_entries.begin();
-    unlist(m_byHash, first->second.hash, first->first);
     unlist(m_byPath, first->second.path, first->first);
-    ReplyData record = std::move(first->second.record);
-    m_entries.erase(first);
-    return record;
+    return take(first);
 }
 
-void PendingQueue::removePath(const QString &path)
+QVector<ReplyData> PendingQueue::removePath(const QString &path)
 {
-    const auto listed = m_byPath.find(path);
-    if (listed == m_byPath.end())
-        return;
-    const Numbers numbers = std::move(*listed);
-    m_byPath.erase(listed);
-    for (const Number number : numbers) {
-        const auto entry = m_entries.find(number);
-        unlist(m_byHash, entry->second.hash, number);
-        m_entries.erase(entry);
-    }
+    const Numbers numbers = m_byPath.take(path);
+    QVector<ReplyData> removed;
+    removed.reserve(int(numbers.size()));
+    for (const Number number : numbers)
+        removed.append(take(m_entries.find(number)));
+    return removed;
+}
+
+bool PendingQueue::containsFile(const QString &temporaryPath) const
+{
+    return m_byFile.contains(temporaryPath);
+}
+
+ReplyData PendingQueue::take(std::map<Number, Entry>::iterator entry)
+{
+    const Number number = entry->first;
+    unlist(m_byHash, entry->second.hash, number);
+    ReplyData record = std::move(entry->second.record);
+    if (const QString &file = record.fileData.tempFilePath; !file.isEmpty())
+        unlist(m_byFile, file, number);
+    m_entries.erase(entry);
+    return record;
 }
 
 template <typename Key>

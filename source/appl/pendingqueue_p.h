@@ -4,6 +4,7 @@
 #include "records.h"
 
 #include <QtCore/QHash>
+#include <QtCore/QVector>
 
 #include <map>
 #include <set>
@@ -23,8 +24,11 @@ public:
     /// The queue must not be empty.
     ReplyData takeFirst();
 
-    /// Removes every request whose URL has the decoded path \a path.
-    void removePath(const QString &path);
+    /// Takes out every request whose URL has the decoded path \a path, in the order they came.
+    QVector<ReplyData> removePath(const QString &path);
+
+    /// Whether a request waits whose file grows at \a temporaryPath.
+    bool containsFile(const QString &temporaryPath) const;
 
 private:
     using Number = quint64;
@@ -39,6 +43,9 @@ private:
     bool contains(const ReplyData &record, uint hash) const;
     void append(const ReplyData &record, uint hash);
 
+    /// Takes the entry of a request out of everything but the index by path.
+    ReplyData take(std::map<Number, Entry>::iterator entry);
+
     template <typename Key>
     static void enlist(QHash<Key, Numbers> &index, const Key &key, Number number);
     template <typename Key>
@@ -48,6 +55,8 @@ private:
     std::map<Number, Entry> m_entries;
     QHash<uint, Numbers> m_byHash;
     QHash<QString, Numbers> m_byPath;
+    // Only of the requests that have such a file.
+    QHash<QString, Numbers> m_byFile;
     Number m_nextNumber = 0;
 };
 

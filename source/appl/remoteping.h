@@ -99,6 +99,9 @@ private Q_SLOTS:
     void killReply(QNetworkReply *reply);
 
 private:
+    // Whose server answers otherwise than to a ping.
+    friend struct TarvisNetPrivate;
+
     Q_DISABLE_COPY(RemotePing)
 
     QNetworkReply *pingRequest();

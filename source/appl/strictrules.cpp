@@ -1,5 +1,6 @@
 #include "strictrules_p.h"
 
+#include "checkedfile_p.h"
 #include "explanation_p.h"
 
 #include <QtCore/QCryptographicHash>
@@ -88,6 +89,35 @@ const char *StrictRules::faultOfPeer(const QSslCertificate &certificate) const
     const QList<QByteArray> pinned = m_policy.pinnedKeys();
     const bool isPinned = pinned.isEmpty() || pinned.contains(fingerprint(certificate));
     return isPinned ? nullptr : "Key not pinned";
+}
+
+/// Downloads that share a connection would wait for one another.
+void StrictRules::prepareFileRequest(QNetworkRequest &request, const QString &replyType,
+                                     AddressForm form, const QByteArray &userAgent) const
+{
+    TraditionalRules::prepareFileRequest(request, replyType, form, userAgent);
+    request.setAttribute(QNetworkRequest::HttpPipeliningAllowedAttribute, QVariant());
+}
+
+QString StrictRules::temporaryPath(const QString &directory, const QString &filePath) const
+{
+    return m_policy.filesChecked() ? CheckedFile::temporaryPath(directory, filePath)
+                                   : TraditionalRules::temporaryPath(directory, filePath);
+}
+
+bool StrictRules::checksFiles() const
+{
+    return m_policy.filesChecked();
+}
+
+Limits StrictRules::limits() const
+{
+    return {m_policy.idleTimeout(), m_policy.totalTimeout(), m_policy.maximumBodySize()};
+}
+
+bool StrictRules::isolatesFailures() const
+{
+    return m_policy.failuresIsolated();
 }
 
 QJsonDocument StrictRules::documentOf(const Failure &failure) const

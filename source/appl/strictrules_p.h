@@ -4,6 +4,8 @@
 #include "traditionalrules_p.h"
 #include "transferpolicy.h"
 
+#include <optional>
+
 /// The rules of a client with a policy: the traditional ones where the policy asks for nothing
 /// else.
 class StrictRules : public TraditionalRules {
@@ -15,9 +17,25 @@ public:
     bool checksPeerOfProbe() const override;
     bool acceptsTlsErrors() const override;
     const char *faultOfPeer(const QSslCertificate &certificate) const override;
+    void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,
+                            const QByteArray &userAgent) const override;
+    QString temporaryPath(const QString &directory, const QString &filePath) const override;
+    bool checksFiles() const override;
+    Limits limits() const override;
+    bool isolatesFailures() const override;
+    NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const override;
+    NextStep stepAfterSilence(const Transfer &transfer) const override;
+    NextStep stepAfterDrop(const Transfer &transfer) const override;
     QJsonDocument documentOf(const Failure &failure) const override;
 
 private:
+    static bool mayRepeat(const Transfer &transfer, int maximum);
+    /// Milliseconds before the next retry where the server asks for none.
+    int growingWait(const Transfer &transfer) const;
+    /// Nothing when the failure is final.
+    std::optional<int> waitBeforeRetry(const Transfer &transfer, const QNetworkReply &reply) const;
+    NextStep redirectStep(const Transfer &transfer, const QNetworkReply &reply) const;
+
     const TransferPolicy m_policy;
 };
 

@@ -64,6 +64,9 @@ TarvisNet::TarvisNet(const TransferPolicy &policy, QObject *parent)
     // Recursive: adding a request emits, under the lock, the signal that starts one.
     d->queueMutex.reset(new QMutex(QMutex::Recursive));
     d->initializeContentTypes();
+    d->growingFiles.reset(new QSet<QString>);
+    d->clock.setSingleShot(true);
+    connect(&d->clock, &QTimer::timeout, this, [this] { d->tick(); });
 
     d->remotePing.reset(new RemotePing(d->manager, nullptr));
     connect(d->remotePing.data(), &RemotePing::s_timeout, this, &TarvisNet::pingTimeout);
@@ -89,6 +92,7 @@ TarvisNet::~TarvisNet()
     // What is still pending is dropped: no reply that ends below may start it.
     disconnect(this, &TarvisNet::s_repliesCountChanged, this, &TarvisNet::processReplies);
     clearReplies();
+    d->dropQueue();
     d->queueMutex.reset();
     clientLog.debug(Q_FUNC_INFO) << "TarvisNet dtor.";
 }

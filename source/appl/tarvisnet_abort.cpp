@@ -10,7 +10,7 @@ void TarvisNet::killReply(QNetworkReply *reply)
     if (!reply)
         return;
     const ActiveCall call(this, d->manager);
-    const QString url = replyinfo::urlText(reply);
+    const QString url = d->urlText(reply);
     d->abort(reply);
     if (!call.ownerGone())
         Q_EMIT s_aborted(url);
@@ -29,6 +29,8 @@ void TarvisNet::clearReplies()
             return;
     }
     d->transfers.clear();
+    if (!d->reportAborted(d->takeAllWaiting()))
+        return;
     --d->startBlocks;
 }
 
@@ -38,9 +40,12 @@ void TarvisNet::abortDownload(QString _fileUrl)
     if (!d->dropPending(Q_FUNC_INFO, _fileUrl))
         return;
     const QPointer<QNetworkReply> reply = d->firstRunningReply(_fileUrl);
-    if (!reply)
+    if (!reply) {
+        if (_fileUrl.isEmpty())
+            d->reportAborted(d->takeFirstWaiting());
         return;
-    const QString url = replyinfo::urlText(reply);
+    }
+    const QString url = d->urlText(reply);
     d->abort(reply);
     if (call.ownerGone())
         return;
@@ -76,6 +81,10 @@ void TarvisNetPrivate::abort(QNetworkReply *reply)
     if (aborting.contains(reply))
         return;
     const ActiveCall call(q, manager);
+    if (isBeingChecked(reply)) {
+        q->removeReply(reply);
+        return;
+    }
     aborting.insert(reply, false);
     reply->abort();
     if (!call.ownerGone() && aborting.take(reply))
@@ -86,8 +95,8 @@ QNetworkReply *TarvisNetPrivate::firstRunningReply(const QString &urlPath) const
 {
     const auto reply =
         std::find_if(transfers.keyBegin(), transfers.keyEnd(), [&](QNetworkReply *key) {
-            return key->isRunning()
-                && (urlPath.isEmpty() || key->url().path(QUrl::FullyDecoded) == urlPath);
+            return (key->isRunning() || isBeingChecked(key))
+                && (urlPath.isEmpty() || firstUrl(key).path(QUrl::FullyDecoded) == urlPath);
         });
     return reply == transfers.keyEnd() ? nullptr : *reply;
 }

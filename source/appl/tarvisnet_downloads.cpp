@@ -3,7 +3,6 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
@@ -37,6 +36,10 @@ void queueBinary(const TarvisNetPrivate &client, const char *function, const QUr
                  AddressForm form, FileData file)
 {
     QNetworkRequest request = client.fileRequest(url, mime::wwwForm, replies::remote_binary, form);
+    if (client.rules->checksFiles()) {
+        client.queueChecked(function, replies::remote_binary, request, file);
+        return;
+    }
     file.tempFilePath = client.temporaryPath(file.filePath);
     if (!file.filePath.isEmpty()) {
         discardCompleteFile(function, form, file);
@@ -74,10 +77,14 @@ void TarvisNet::fetchBinary(QUrl _url, QString _savePath, qulonglong _size, QStr
 
 void TarvisNet::saveBinary(QNetworkReply *_reply)
 {
-    const QString url = replyinfo::urlText(_reply);
+    const QString url = d->urlText(_reply);
     const auto transfer = d->transfers.find(_reply);
     if (transfer == d->transfers.end()) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Unrecognized reply!";
+        return;
+    }
+    if (transfer->checkedFile) {
+        d->takeFile(_reply);
         return;
     }
     const FileData &file = transfer->record.fileData;
@@ -90,6 +97,10 @@ void TarvisNet::saveBinary(QNetworkReply *_reply)
         clientLog.warning(Q_FUNC_INFO) << "No bytes available!";
     } else if (appended == DownloadFile::Append::OpenFailed) {
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::saveBinary> Error opening file to write!";
+        if (d->rules->isolatesFailures()) {
+            d->fail(_reply, errorcodes::file_open_failed);
+            return;
+        }
         d->report({errorcodes::file_open_failed, url, _reply, QJsonDocument(),
                    transfer->record.fileData});
     }
@@ -132,6 +143,8 @@ bool TarvisNet::removeTemporaryFile(QString _filePath)
         clientLog.warning(Q_FUNC_INFO) << "Unable to remove temporary download file";
         return false;
     }
+    if (d->rules->checksFiles())
+        QFile::remove(CheckedFile::companionPath(path));
     return true;
 }
 
@@ -151,8 +164,5 @@ bool TarvisNetPrivate::keepDestination(const char *function, const QFileInfo &de
 
 QString TarvisNetPrivate::temporaryPath(const QString &filePath) const
 {
-    const QDir directory(temporaryDirectory.isEmpty() ? QDir::tempPath() : temporaryDirectory);
-    // Appended, not formatted: the name may itself contain what looks like a place to fill in.
-    return directory.absoluteFilePath(QFileInfo(filePath).fileName()) + QLatin1Char('.')
-        + general::temp_file_suffix;
+    return rules->temporaryPath(temporaryDirectory, filePath);
 }

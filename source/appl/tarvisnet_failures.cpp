@@ -21,6 +21,9 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
         clientLog.warning(Q_FUNC_INFO) << "Unable ot get sender request!";
     }
 
+    // What is not as ever is dealt with once the reply has finished.
+    if (d->nextStep(reply).kind != NextStep::Kind::AsEver)
+        return;
     const ActiveCall call(this, d->manager);
     const ErrorRule rule = d->rules->errorRule(code);
     if (rule.clientCode != 0)
@@ -54,6 +57,10 @@ void TarvisNet::replyEncrypted()
     clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
                                    << certificate.subjectDisplayName() << "abort" << url;
     const ActiveCall call(this, d->manager);
+    if (d->rules->isolatesFailures() && d->transfers.contains(reply)) {
+        d->fail(reply, errorcodes::ssl_handshake_failed);
+        return;
+    }
     d->report({errorcodes::ssl_handshake_failed, url, reply});
     if (!call.ownerGone())
         killReply(reply);
@@ -61,5 +68,10 @@ void TarvisNet::replyEncrypted()
 
 void TarvisNetPrivate::report(const Failure &failure) const
 {
-    Q_EMIT q->s_errorChanged(failure.code, failure.url, rules->documentOf(failure));
+    report(failure, rules->documentOf(failure));
+}
+
+void TarvisNetPrivate::report(const Failure &failure, const QJsonDocument &document) const
+{
+    Q_EMIT q->s_errorChanged(failure.code, failure.url, document);
 }

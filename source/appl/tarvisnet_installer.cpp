@@ -12,6 +12,10 @@ void queueInstaller(const TarvisNetPrivate &client, const char *function, const 
 {
     QNetworkRequest request = client.fileRequest(url, mime::zip, replies::remote_installer, form);
     const FileData &file = *client.installerFile;
+    if (client.rules->checksFiles()) {
+        client.queueChecked(function, replies::remote_installer, request, file);
+        return;
+    }
     if (file.resumeOffset != 0 && quint64(file.resumeOffset) < file.size) {
         const QByteArray range = openRange(file.resumeOffset);
         clientLog.debug(function) << "<TarvisNet::fetchInstaller> File avalible bytes: " << range;

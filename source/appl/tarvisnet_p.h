@@ -1,6 +1,8 @@
 #ifndef TARVISNET_TARVISNET_P_H
 #define TARVISNET_TARVISNET_P_H
 
+#include "backgroundwork_p.h"
+#include "checkedfile_p.h"
 #include "failure_p.h"
 #include "lifetime_p.h"
 #include "messagelog_p.h"
@@ -13,15 +15,21 @@
 #include "transfer_p.h"
 #include "transferrules_p.h"
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QHash>
+#include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QPointer>
+#include <QtCore/QSet>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QString>
+#include <QtCore/QTimer>
+#include <QtCore/QVector>
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QNetworkReply>
 #include <QtNetwork/QSslConfiguration>
 
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -95,19 +103,34 @@ struct TarvisNetPrivate {
         bool refusesEqual;
     };
     void enqueue(const ReplyData &record, const Admission &admission);
+    /// False when it is refused.
+    bool admit(const ReplyData &record, bool refusesEqual);
     void add(const ReplyData &record) const { q->addRequest(record); }
-    /// Whether a pending request may be sent now.
+    /// Whether another request may be sent now.
     bool mayStart() const;
+    /// Whether a request that has not ended writes the file that grows at \a temporaryPath.
+    bool isFileTaken(const QString &temporaryPath) const;
     /// Drops the pending requests with the path \a urlPath. False when the client is gone.
     bool dropPending(const char *function, const QString &urlPath);
+    /// Drops everything that is pending or waits, at the end of the client.
+    void dropQueue();
+    /// Tells of requests that were dropped before they ran, if that counts as an end. False when
+    /// the client is gone.
+    bool reportDropped(const QVector<ReplyData> &records) const;
+    /// False when the client is gone.
+    bool reportAborted(const QStringList &urls) const;
     void reportLockFailure(const char *function, const QString &url) const;
 
     /// @}
     /// \name Transfers
     /// @{
 
-    /// Sends the request of \a record, and files it under its reply.
+    /// Makes a transfer of \a record, and sends it.
     void start(ReplyData record);
+    /// Sends a transfer, and files it under its reply.
+    void attempt(Transfer transfer);
+    /// False when the file cannot take what is to come; the transfer has ended then.
+    bool prepareFile(Transfer &transfer);
     /// Files a transfer under its reply, unless there is one already; false then.
     bool file(QNetworkReply *reply, Transfer transfer);
     /// Each sends, and connects its reply to the client.
@@ -115,16 +138,21 @@ struct TarvisNetPrivate {
     QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
-    /// Sends with the verb of the record's kind, and takes the body out of the record.
-    QNetworkReply *send(ReplyData &record);
+    /// Sends with the verb of the record's kind.
+    QNetworkReply *send(Transfer &transfer);
     QNetworkReply *connected(QNetworkReply *reply) const;
     void createReplyConnections(QNetworkReply *reply) const;
     /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it.
     /// Returns that reply, which is to be settled next; null at the end.
     QNetworkReply *settle(const char *function, QNetworkReply *reply);
     QNetworkReply *handBack(const char *function, const Transfer &hop);
+    /// Delivers a finished reply, and gives its place free.
+    void conclude(QNetworkReply *reply);
     /// What was asked with \a reply; an empty record when it is not in flight.
     ReplyData record(QNetworkReply *reply) const { return transfers.value(reply).record; }
+    /// The URL that the application asked for.
+    QUrl firstUrl(QNetworkReply *reply) const;
+    QString urlText(QNetworkReply *reply) const;
 
     /// Aborts a reply, which stays alive meanwhile.
     void abort(QNetworkReply *reply);
@@ -134,15 +162,77 @@ struct TarvisNetPrivate {
     QNetworkReply *firstRunningReply(const QString &urlPath) const;
 
     /// @}
+    /// \name What a policy asks for
+    /// @{
+
+    NextStep nextStep(QNetworkReply *reply) const;
+    /// Whether a transfer whose reply has ended goes on, or has failed; otherwise it is to be
+    /// delivered.
+    bool goesOn(QNetworkReply *reply);
+    void perform(const NextStep &step, QNetworkReply *reply);
+    /// Takes a transfer out of the table, and lets go of its reply. From here on only the caller
+    /// can end it.
+    Transfer withdraw(QNetworkReply *reply);
+    /// Sends a transfer once more, without a wait.
+    void sendAgain(QNetworkReply *reply);
+    void redirect(QNetworkReply *reply, const NextStep &step);
+    void retry(QNetworkReply *reply, int waitMsec);
+    /// Ends a transfer with an error. The \a reason is null where Qt or the code tells it.
+    void fail(QNetworkReply *reply, short code, const char *reason = nullptr);
+    /// The same for a transfer that has no reply.
+    void fail(const Transfer &transfer, short code, const char *reason = nullptr);
+    Failure failureOf(const Transfer &transfer, const QNetworkReply *reply, short code,
+                      const char *reason) const;
+    /// Takes out those that only wait for the end of \a hop.
+    void dropSources(const Transfer &hop);
+    /// A place has become free.
+    void placeFreed();
+    void expire(QNetworkReply *reply);
+    /// Has all requests to come use new connections, and settles those that may get answers which
+    /// are not theirs.
+    void dropConnections(QNetworkReply *reply);
+    QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
+    void renewManager();
+    void dropUnusedManagers();
+    /// True when the body that is held in memory is too long with what has arrived.
+    bool outgrows(const Transfer &transfer, const QNetworkReply &reply) const;
+
+    /// Something has arrived or was sent.
+    void noteActivity(QNetworkReply *reply);
+    /// Has the clock tick at \a deadline at the latest.
+    void wakeAt(const QDeadlineTimer &deadline);
+    void tick();
+    QList<QPointer<QNetworkReply>> expiredReplies() const;
+    bool isRetryDue() const;
+    /// Sends the transfer that has waited longest for being sent again. False when there is none.
+    bool startDue();
+    /// Takes out the waiting transfers whose URL has the path \a urlPath.
+    QStringList takeWaiting(const QString &urlPath);
+    QStringList takeFirstWaiting();
+    QStringList takeAllWaiting();
+
+    /// Has the checked file of a transfer look at its answer and take what has arrived.
+    void takeFile(QNetworkReply *reply);
+    void finishFile(QNetworkReply *reply);
+    /// The request for a file goes on as its file says.
+    void obey(CheckedFile::Verdict verdict, QNetworkReply *reply);
+    /// Whether the reply has ended, and its file is being checked.
+    bool isBeingChecked(QNetworkReply *reply) const;
+
+    /// @}
     /// \name The probe
     /// @{
 
     /// Has the probe's peers checked if the rules ask for it.
     void guardProbe() const;
     /// Starts the probe beside a request that is to be watched.
-    void probeServer(const ReplyData &record);
+    void probeServer(const QUrl &url, const QString &replyType);
+    /// The probe got no answer: so has no request to that server.
+    void expireProbed();
     /// Stops a running probe. The signal's receivers may do anything.
     void stopPing() const;
+    /// Whether the probe asks the server of \a url.
+    bool isProbed(const QUrl &url) const;
 
     /// @}
     /// \name Files
@@ -150,6 +240,11 @@ struct TarvisNetPrivate {
 
     /// Where the download of \a filePath grows.
     QString temporaryPath(const QString &filePath) const;
+    /// The file of a record that is to be checked; null if it is not.
+    QSharedPointer<CheckedFile> checkedFile(const ReplyData &record);
+    /// Queues a download that is to be checked, unless it is refused.
+    void queueChecked(const char *function, QLatin1String replyType, const QNetworkRequest &request,
+                      FileData file) const;
     /// What happens to a download whose destination exists already. True when that one is taken.
     bool keepDestination(const char *function, const QFileInfo &destination,
                          const FileData &file) const;
@@ -158,6 +253,7 @@ struct TarvisNetPrivate {
 
     /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.
     void report(const Failure &failure) const;
+    void report(const Failure &failure, const QJsonDocument &document) const;
 
     void initializeContentTypes();
     QByteArray userAgent() const { return q->getUserAgent().toLocal8Bit(); }
@@ -171,6 +267,14 @@ struct TarvisNetPrivate {
     QSharedPointer<QNetworkAccessManager> manager;
     QSslConfiguration sslConfiguration;
     Transfers transfers;
+    /// What is to be sent again, by the time when it is due.
+    std::multimap<QDeadlineTimer, Transfer> waiting;
+    QTimer clock;
+    /// Where the checked files grow whose requests have been sent.
+    QSharedPointer<QSet<QString>> growingFiles;
+    QSharedPointer<BackgroundWork> background;
+    /// Managers with connections that are not to be trusted, until their replies have ended.
+    QList<QSharedPointer<QNetworkAccessManager>> retiredManagers;
     /// Replies whose abort() is on the call stack, and whether each is to be deleted after it.
     /// Outside an event loop deleteLater() alone would delete it in the next nested one, under
     /// abort().
@@ -190,6 +294,8 @@ struct TarvisNetPrivate {
     QSharedPointer<ApplicationData> application;
     QSharedPointer<RemotePing> remotePing;
     PendingQueue pending;
+    /// Whether nothing is accepted any more.
+    bool isClosed = false;
     bool pingAlwaysOn = false;
     bool stopProcess = false;
     /// Above zero while all replies are being aborted: that frees places, and none may be taken.

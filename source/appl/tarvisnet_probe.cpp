@@ -3,9 +3,35 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+namespace {
+
+QUrl serverOf(const QUrl &url)
+{
+    QUrl server;
+    server.setScheme(url.scheme());
+    server.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
+    server.setPort(url.port(-1));
+    return server;
+}
+
+/// The probe's port is a number of 16 bits with a sign: who has always been asked at a port beyond
+/// 32767 is nobody.
+void setTraditionalTarget(RemotePing &ping, const QUrl &url)
+{
+    ping.setScheme(url.scheme());
+    ping.setHost(url.host(QUrl::FullyDecoded));
+    ping.setPort(short(url.port(-1)));
+}
+
+} // namespace
+
 void TarvisNet::pingTimeout()
 {
     const ActiveCall call(this, d->manager);
+    if (d->rules->isolatesFailures()) {
+        d->expireProbed();
+        return;
+    }
     abortDownload(QString());
     if (call.ownerGone())
         return;
@@ -19,23 +45,51 @@ void TarvisNetPrivate::guardProbe() const
 {
     if (!rules->checksPeerOfProbe())
         return;
-    const auto check = [this](QNetworkReply *reply) {
-        const bool isProbes = !transfers.contains(reply);
-        if (isProbes && rules->faultOfPeer(reply->sslConfiguration().peerCertificate()))
+    const auto isProbes = [this](QNetworkReply *reply) { return !transfers.contains(reply); };
+    const auto check = [this, isProbes](QNetworkReply *reply) {
+        if (isProbes(reply) && rules->faultOfPeer(reply->sslConfiguration().peerCertificate()))
             reply->abort();
     };
     QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
+    const auto listen = [this, isProbes](QNetworkReply *reply) {
+        if (isProbes(reply) && replyinfo::httpStatus(reply) != 0 && isProbed(reply->url()))
+            remotePing->timeoutRestart();
+    };
+    if (rules->isolatesFailures())
+        QObject::connect(manager.data(), &QNetworkAccessManager::finished, q, listen);
 }
 
-void TarvisNetPrivate::probeServer(const ReplyData &record)
+bool TarvisNetPrivate::isProbed(const QUrl &url) const
 {
-    const bool wanted = pingAlwaysOn || replyinfo::isFileKind(record.replyType);
+    return serverOf(url) == remotePing->getUrl();
+}
+
+void TarvisNetPrivate::expireProbed()
+{
+    const ActiveCall call(q, manager);
+    QList<QPointer<QNetworkReply>> probed;
+    for (auto reply = transfers.keyBegin(); reply != transfers.keyEnd(); ++reply) {
+        if ((*reply)->isRunning() && isProbed((*reply)->url()))
+            probed.append(*reply);
+    }
+    stopPing();
+    for (const QPointer<QNetworkReply> &reply : qAsConst(probed)) {
+        if (call.ownerGone())
+            return;
+        if (reply && transfers.contains(reply))
+            expire(reply);
+    }
+}
+
+void TarvisNetPrivate::probeServer(const QUrl &url, const QString &replyType)
+{
+    const bool wanted = pingAlwaysOn || replyinfo::isFileKind(replyType);
     if (!wanted || remotePing->isRunnig())
         return;
-    const QUrl url = record.request.url();
-    remotePing->setScheme(url.scheme());
-    remotePing->setHost(url.host(QUrl::FullyDecoded));
-    remotePing->setPort(short(url.port(-1)));
+    if (rules->isolatesFailures())
+        remotePing->setUrl(serverOf(url));
+    else
+        setTraditionalTarget(*remotePing, url);
     Q_EMIT q->s_startPing(-1);
 }
 

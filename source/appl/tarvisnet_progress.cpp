@@ -7,7 +7,8 @@ void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
     if (_received <= 0)
         return;
     auto *reply = qobject_cast<QNetworkReply *>(sender());
-    const QString url = replyinfo::urlText(reply);
+    d->noteActivity(reply);
+    const QString url = d->urlText(reply);
     const FileData file = d->record(reply).fileData;
     const qlonglong bytes = file.resumeOffset + _received;
     double percentage = 0;
@@ -26,12 +27,13 @@ void TarvisNet::replyUploadProgress(qlonglong _sent, qlonglong _total)
 {
     constexpr replylog::UploadTexts texts = {"<TarvisNet::UploadProgress> Upload complete",
                                              "<TarvisNet::UploadProgress> no bytes avalible"};
-    const auto *reply = qobject_cast<QNetworkReply *>(sender());
+    auto *reply = qobject_cast<QNetworkReply *>(sender());
+    d->noteActivity(reply);
     const std::optional<double> percentage =
         replylog::uploadPercentage(clientEngine, Q_FUNC_INFO, texts, _sent, _total);
     const ActiveCall call(this, d->manager);
     if (percentage)
-        Q_EMIT s_uploadFileProgress(*percentage, replyinfo::urlText(reply));
+        Q_EMIT s_uploadFileProgress(*percentage, d->urlText(reply));
 }
 
 void TarvisNet::debugHeader(QNetworkReply *_reply)

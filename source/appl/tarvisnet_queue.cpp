@@ -9,6 +9,14 @@ constexpr int patientWaitMsec = 5000;
 // For callers that must not be kept waiting.
 constexpr int shortWaitMsec = 50;
 
+QStringList urlTexts(const QVector<ReplyData> &records)
+{
+    QStringList texts;
+    for (const ReplyData &record : records)
+        texts.append(record.request.url().toString());
+    return texts;
+}
+
 } // namespace
 
 void TarvisNet::addRequest(const ReplyData &data)
@@ -26,20 +34,28 @@ void TarvisNetPrivate::enqueue(const ReplyData &record, const Admission &admissi
     const ActiveCall call(q, manager);
     const QString url = record.request.url().toString();
     const QueueLock lock(queueMutex, admission.waitMsec);
-    if (!lock.isLocked()) {
+    if (!lock.isLocked() || isClosed) {
         reportLockFailure(admission.function, url);
         return;
     }
-    if (admission.refusesEqual && !pending.appendNew(record)) {
+    if (!admit(record, admission.refusesEqual)) {
         clientLog.warning(admission.function)
             << "Contains request:" << url << "active count:" << transfers.size()
             << "added count:" << pending.size();
         report({errorcodes::already_pending, url});
         return;
     }
-    if (!admission.refusesEqual)
-        pending.append(record);
     Q_EMIT q->s_repliesCountChanged();
+}
+
+bool TarvisNetPrivate::admit(const ReplyData &record, bool refusesEqual)
+{
+    if (isFileTaken(record.fileData.tempFilePath))
+        return false;
+    if (refusesEqual)
+        return pending.appendNew(record);
+    pending.append(record);
+    return true;
 }
 
 void TarvisNet::processReplies()
@@ -47,6 +63,8 @@ void TarvisNet::processReplies()
     if (!d->mayStart())
         return;
     const ActiveCall call(this, d->manager);
+    if (d->startDue())
+        return;
     ReplyData record;
     {
         const QueueLock lock(d->queueMutex, shortWaitMsec);
@@ -61,18 +79,48 @@ void TarvisNet::processReplies()
 
 bool TarvisNetPrivate::mayStart() const
 {
-    return !pending.isEmpty() && !stopProcess && startBlocks == 0
+    return (!pending.isEmpty() || isRetryDue()) && !stopProcess && startBlocks == 0
         && parallelRequestsCount > transfers.size();
 }
 
 bool TarvisNetPrivate::dropPending(const char *function, const QString &urlPath)
 {
     const ActiveCall call(q, manager);
+    QVector<ReplyData> dropped;
     if (const QueueLock lock(queueMutex, patientWaitMsec); lock.isLocked())
-        pending.removePath(urlPath);
+        dropped = pending.removePath(urlPath);
     else
         reportLockFailure(function, urlPath);
-    return !call.ownerGone();
+    if (call.ownerGone())
+        return false;
+    return reportDropped(dropped) && reportAborted(takeWaiting(urlPath));
+}
+
+bool TarvisNetPrivate::reportDropped(const QVector<ReplyData> &records) const
+{
+    return !rules->isolatesFailures() || reportAborted(urlTexts(records));
+}
+
+bool TarvisNetPrivate::reportAborted(const QStringList &urls) const
+{
+    const ActiveCall call(q, manager);
+    for (const QString &url : urls) {
+        Q_EMIT q->s_aborted(url);
+        if (call.ownerGone())
+            return false;
+    }
+    return true;
+}
+
+void TarvisNetPrivate::dropQueue()
+{
+    if (!rules->isolatesFailures())
+        return;
+    isClosed = true;
+    QVector<ReplyData> dropped;
+    while (!pending.isEmpty())
+        dropped.append(pending.takeFirst());
+    reportDropped(dropped);
 }
 
 void TarvisNet::removeReply(QNetworkReply *reply)

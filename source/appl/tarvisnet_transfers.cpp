@@ -10,7 +10,7 @@
 #include <utility>
 
 /// \file
-/// A request from the moment it is sent until its result is delivered.
+/// Arriving answers, until their results are delivered.
 
 namespace {
 
@@ -47,7 +47,9 @@ void deliverDownload(TarvisNetPrivate &client, const Answer &answer)
     const ReplyData &record = answer.transfer.record;
     if (record.replyType == replies::remote_installer)
         clientLog.debug(answer.function) << "<TarvisNet::handleReply> Installer finished";
-    if (client.rules->putsInPlace(record.replyType) && !q->renameTemporaryFile(record.fileData))
+    const bool isToBePlaced =
+        !answer.transfer.checkedFile && client.rules->putsInPlace(record.replyType);
+    if (isToBePlaced && !q->renameTemporaryFile(record.fileData))
         client.report({errorcodes::file_not_completed, answer.url, answer.reply, QJsonDocument(),
                        record.fileData});
     else
@@ -97,94 +99,6 @@ constexpr Result results[] = {
 
 } // namespace
 
-void TarvisNetPrivate::start(ReplyData record)
-{
-    Transfer transfer;
-    QNetworkReply *reply = send(record);
-    transfer.answer = std::exchange(record.data, QByteArray());
-    if (QNetworkReply *source = std::exchange(record.directReply, nullptr)) {
-        transfer.isRedirected = true;
-        // Only a reply in flight may be pointed to: this one may be gone.
-        transfer.redirectSource = transfers.contains(source) ? source : nullptr;
-    }
-    transfer.record = record;
-    if (!file(reply, transfer))
-        return;
-    if (replyinfo::isFileKind(record.replyType))
-        readbuffer::limit(reply, record.fileData.size);
-    probeServer(record);
-}
-
-bool TarvisNetPrivate::file(QNetworkReply *reply, Transfer transfer)
-{
-    if (transfers.contains(reply))
-        return false;
-    const FileData &file = transfer.record.fileData;
-    transfer.file = DownloadFile(file.tempFilePath, rules->sizeToAppendTo(file));
-    transfers.insert(reply, transfer);
-    return true;
-}
-
-QNetworkReply *TarvisNetPrivate::send(ReplyData &record)
-{
-    struct Verb {
-        QLatin1String replyType;
-        QNetworkReply *(TarvisNetPrivate::*send)(const QNetworkRequest &, const QByteArray &);
-    };
-    static constexpr Verb verbsWithBody[] = {
-        {replies::raw_post, &TarvisNetPrivate::post},
-        {replies::raw_post_file, &TarvisNetPrivate::post},
-        {replies::raw_patch, &TarvisNetPrivate::path},
-        {replies::raw_delete, &TarvisNetPrivate::deleteResource},
-    };
-    const Verb *verb = replyinfo::findRow(verbsWithBody, record.replyType);
-    return verb ? (this->*verb->send)(record.request, std::exchange(record.data, QByteArray()))
-                : get(record.request);
-}
-
-QNetworkReply *TarvisNetPrivate::get(const QNetworkRequest &request)
-{
-    return connected(manager->get(request));
-}
-
-QNetworkReply *TarvisNetPrivate::post(const QNetworkRequest &request, const QByteArray &data)
-{
-    return connected(manager->post(request, data));
-}
-
-QNetworkReply *TarvisNetPrivate::path(const QNetworkRequest &request, const QByteArray &data)
-{
-    return connected(manager->sendCustomRequest(request, "PATCH", data));
-}
-
-QNetworkReply *TarvisNetPrivate::deleteResource(const QNetworkRequest &request,
-                                                const QByteArray &data)
-{
-    return connected(manager->sendCustomRequest(request, "DELETE", data));
-}
-
-QNetworkReply *TarvisNetPrivate::connected(QNetworkReply *reply) const
-{
-    createReplyConnections(reply);
-    return reply;
-}
-
-void TarvisNetPrivate::createReplyConnections(QNetworkReply *reply) const
-{
-    if (!reply)
-        return;
-    const auto toClient = [this, reply](auto signal, auto slot) {
-        QObject::connect(reply, signal, q, slot, Qt::DirectConnection);
-    };
-    toClient(&QNetworkReply::finished, &TarvisNet::replyFinished);
-    toClient(&QIODevice::readyRead, &TarvisNet::replyReadyRead);
-    toClient(&QNetworkReply::sslErrors, &TarvisNet::replySslErrors);
-    toClient(&QNetworkReply::errorOccurred, &TarvisNet::replyError);
-    toClient(&QNetworkReply::downloadProgress, &TarvisNet::replyDownloadProgress);
-    toClient(&QNetworkReply::uploadProgress, &TarvisNet::replyUploadProgress);
-    toClient(&QNetworkReply::encrypted, &TarvisNet::replyEncrypted);
-}
-
 void TarvisNet::replyReadyRead()
 {
     const QPointer<QNetworkReply> reply = qobject_cast<QNetworkReply *>(sender());
@@ -193,8 +107,13 @@ void TarvisNet::replyReadyRead()
         return;
     }
     const ActiveCall call(this, d->manager);
+    d->noteActivity(reply);
     const auto found = d->transfers.find(reply);
     Transfer *transfer = found == d->transfers.end() ? nullptr : &*found;
+    if (transfer && d->outgrows(*transfer, *reply)) {
+        d->fail(reply, errorcodes::body_too_large);
+        return;
+    }
     if (collectArrived(clientEngine, Q_FUNC_INFO, *d->rules, reply, transfer))
         saveBinary(reply);
     if (reply)
@@ -208,13 +127,11 @@ void TarvisNet::replyFinished()
         clientLog.warning(Q_FUNC_INFO) << "QNetworkReply sender nullptr!";
         return;
     }
-    if (redirectReply(reply))
+    if (d->goesOn(reply) || redirectReply(reply))
         return;
     const ActiveCall call(this, d->manager);
     if (d->transfers.contains(reply)) {
-        handleReply(reply);
-        if (!call.ownerGone() && reply)
-            removeReply(reply);
+        d->conclude(reply);
     } else {
         // The probe's replies are the probe's own business.
         if (reply->url() == d->remotePing->getUrl())
@@ -223,9 +140,33 @@ void TarvisNet::replyFinished()
         d->report({errorcodes::unknown_reply, replyinfo::urlText(reply), reply});
         if (reply)
             reply->deleteLater();
+        if (!call.ownerGone())
+            d->stopPing();
     }
+}
+
+QUrl TarvisNetPrivate::firstUrl(QNetworkReply *reply) const
+{
+    const auto transfer = transfers.constFind(reply);
+    return transfer == transfers.cend() || transfer->redirects == 0
+        ? reply->url()
+        : transfer->record.request.url();
+}
+
+QString TarvisNetPrivate::urlText(QNetworkReply *reply) const
+{
+    return reply ? firstUrl(reply).toString() : QString();
+}
+
+void TarvisNetPrivate::conclude(QNetworkReply *finished)
+{
+    const ActiveCall call(q, manager);
+    const QPointer<QNetworkReply> reply = finished;
+    q->handleReply(reply);
+    if (!call.ownerGone() && reply)
+        q->removeReply(reply);
     if (!call.ownerGone())
-        d->stopPing();
+        stopPing();
 }
 
 void TarvisNet::handleReply(QNetworkReply *_reply)
@@ -248,7 +189,7 @@ void TarvisNet::handleReply(QNetworkReply *_reply)
 
 QNetworkReply *TarvisNetPrivate::settle(const char *function, QNetworkReply *reply)
 {
-    const QString url = replyinfo::urlText(reply);
+    const QString url = urlText(reply);
     if (!transfers.contains(reply))
         clientLog.warning(function) << "NO reply!" << url;
     if (reply && reply->error() != QNetworkReply::NoError) {

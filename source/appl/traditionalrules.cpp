@@ -5,6 +5,8 @@
 #include "records.h"
 #include "replyinfo_p.h"
 
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
 #include <QtNetwork/QNetworkAccessManager>
 
 #include <algorithm>
@@ -93,6 +95,45 @@ Arrival TraditionalRules::arrival(const QString &replyType, int status) const
 quint64 TraditionalRules::sizeToAppendTo(const FileData &file) const
 {
     return qint64(file.size) < 0 ? 0 : file.size;
+}
+
+QString TraditionalRules::temporaryPath(const QString &directory, const QString &filePath) const
+{
+    const QDir place(directory.isEmpty() ? QDir::tempPath() : directory);
+    // Appended, not formatted: the name may itself contain what looks like a place to fill in.
+    return place.absoluteFilePath(QFileInfo(filePath).fileName()) + QLatin1Char('.')
+        + general::temp_file_suffix;
+}
+
+bool TraditionalRules::checksFiles() const
+{
+    return false;
+}
+
+Limits TraditionalRules::limits() const
+{
+    return {};
+}
+
+bool TraditionalRules::isolatesFailures() const
+{
+    return false;
+}
+
+NextStep TraditionalRules::nextStep(const Transfer & /*transfer*/,
+                                    const QNetworkReply & /*reply*/) const
+{
+    return {};
+}
+
+NextStep TraditionalRules::stepAfterSilence(const Transfer & /*transfer*/) const
+{
+    return {};
+}
+
+NextStep TraditionalRules::stepAfterDrop(const Transfer & /*transfer*/) const
+{
+    return {};
 }
 
 ErrorRule TraditionalRules::errorRule(QNetworkReply::NetworkError error) const

@@ -17,6 +17,13 @@ public:
                                     const QSslConfiguration &tls) const override;
     Arrival arrival(const QString &replyType, int status) const override;
     quint64 sizeToAppendTo(const FileData &file) const override;
+    QString temporaryPath(const QString &directory, const QString &filePath) const override;
+    bool checksFiles() const override;
+    Limits limits() const override;
+    bool isolatesFailures() const override;
+    NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const override;
+    NextStep stepAfterSilence(const Transfer &transfer) const override;
+    NextStep stepAfterDrop(const Transfer &transfer) const override;
     ErrorRule errorRule(QNetworkReply::NetworkError error) const override;
     QJsonDocument documentOf(const Failure &failure) const override;
     bool putsInPlace(const QString &replyType) const override;

@@ -6,11 +6,15 @@
 #include "replylog_p.h"
 #include "transferrules_p.h"
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QMap>
 #include <QtCore/QPointer>
+#include <QtCore/QSharedPointer>
 #include <QtNetwork/QNetworkReply>
 
-/// A request in flight.
+class CheckedFile;
+
+/// A request in flight, or one that waits to be sent again.
 struct Transfer {
     // Out of line: inlined everywhere, they mislead the static analyser about shared pointers.
     Transfer();
@@ -18,12 +22,26 @@ struct Transfer {
     Transfer &operator=(const Transfer &other);
     ~Transfer();
 
-    /// What was asked. Its body has been sent, and the fields that have a place of their own below
-    /// are empty.
+    /// What was asked, without the fields that have a place of their own below.
     ReplyData record;
+    /// What is sent: what was asked, until a redirect leads elsewhere.
+    QNetworkRequest request;
+    QByteArray body;
+    bool isGet = true;
+    /// Whether sending it once more does no harm.
+    bool isRepeatable = true;
+    /// How many times it was sent, redirects aside.
+    int attempts = 0;
+    int redirects = 0;
+    int retries = 0;
     /// What has arrived of the answer, unless it goes to the file.
     QByteArray answer;
     DownloadFile file;
+    /// The file instead, where files are checked; null elsewhere.
+    QSharedPointer<CheckedFile> checkedFile;
+    /// When it has been idle for too long, and when it has taken too long altogether.
+    QDeadlineTimer idleEnd = QDeadlineTimer(QDeadlineTimer::Forever);
+    QDeadlineTimer end = QDeadlineTimer(QDeadlineTimer::Forever);
     /// Whether a redirect led here.
     bool isRedirected = false;
     /// The reply that it led away from. Null once that reply is gone: a new one may get its

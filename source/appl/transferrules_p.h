@@ -16,6 +16,7 @@ QT_END_NAMESPACE
 
 struct Failure;
 struct FileData;
+struct Transfer;
 
 /// How the address of a file was given.
 enum class AddressForm { Path, Url };
@@ -39,6 +40,40 @@ struct ErrorRule {
     short processorCode;
     /// Whether the client then aborts the first request that is running.
     bool abortsFirstRunning;
+};
+
+/// What happens next to a request whose reply has ended.
+struct NextStep {
+    enum class Kind {
+        /// What has always happened.
+        AsEver,
+        /// It is sent to another URL.
+        Redirect,
+        /// It is sent again from the beginning, after a wait.
+        Retry,
+        /// The file that it was for is checked, and put in place.
+        FinishFile,
+        /// The connections are not to be trusted any more; it is then sent again or fails.
+        DropConnections,
+        Fail,
+    };
+    Kind kind = Kind::AsEver;
+    /// Of a failure, with a sentence where Qt and the code tell too little.
+    short code = 0;
+    const char *reason = nullptr;
+    /// Before a retry.
+    int waitMsec = 0;
+    /// Of a redirect.
+    QNetworkRequest request = QNetworkRequest();
+    bool becomesGet = false;
+};
+
+/// What bounds a request; 0 stands for no bound.
+struct Limits {
+    int idleMsec = 0;
+    int totalMsec = 0;
+    /// Bytes of a body that is held in memory.
+    qint64 bodySize = 0;
 };
 
 /// What is decided about requests in flight. The files that follow a request ask here, and decide
@@ -76,6 +111,26 @@ public:
 
     /// The size up to which the client appends to a file.
     virtual quint64 sizeToAppendTo(const FileData &file) const = 0;
+
+    /// Where the download of \a filePath grows, unless \a directory is empty in that directory.
+    virtual QString temporaryPath(const QString &directory, const QString &filePath) const = 0;
+
+    /// Whether files are checked before they are put in place.
+    virtual bool checksFiles() const = 0;
+
+    virtual Limits limits() const = 0;
+
+    /// Whether a failure ends the request that failed, and no other.
+    virtual bool isolatesFailures() const = 0;
+
+    /// What follows the end of \a reply, with which \a transfer was last sent.
+    virtual NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const = 0;
+
+    /// What follows when nothing has come of a transfer for too long.
+    virtual NextStep stepAfterSilence(const Transfer &transfer) const = 0;
+
+    /// What follows when the connection of a transfer cannot be trusted.
+    virtual NextStep stepAfterDrop(const Transfer &transfer) const = 0;
 
     virtual ErrorRule errorRule(QNetworkReply::NetworkError error) const = 0;
 

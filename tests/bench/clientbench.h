@@ -85,9 +85,10 @@ inline QString quoted(const QString &text)
 /// messages of its construction are forgotten; what its destructor emits is recorded by a recorder
 /// of the test's own.
 struct ClientBench {
-    explicit ClientBench(ScriptedServer::Mode mode = ScriptedServer::Mode::Http)
+    explicit ClientBench(ScriptedServer::Mode mode = ScriptedServer::Mode::Http,
+                         const TransferPolicy &policy = TransferPolicy())
         : server(mode)
-        , client(new TarvisNet)
+        , client(new TarvisNet(policy))
         , recorder(client)
     {
         client->setTemporaryDirectory(path());

@@ -1,0 +1,195 @@
+#include "strictrules_p.h"
+
+#include "errorcodes.h"
+#include "replyinfo_p.h"
+#include "retryschedule_p.h"
+#include "transfer_p.h"
+
+#include <QtCore/QRandomGenerator>
+
+#include <algorithm>
+#include <iterator>
+
+/// \file
+/// What follows the end of a reply.
+
+namespace {
+
+/// What a redirect makes of a request that is no GET.
+enum class Verb { Kept, GetForPost, Get };
+
+struct RedirectStatus {
+    int status;
+    Verb verb;
+};
+
+constexpr RedirectStatus redirectStatuses[] = {
+    {301, Verb::GetForPost}, {302, Verb::GetForPost}, {303, Verb::Get},
+    {307, Verb::Kept},       {308, Verb::Kept},
+};
+
+constexpr const char *privateHeaders[] = {"Authorization", "Cookie", "Proxy-Authorization"};
+constexpr const char *bodyHeaders[] = {"Content-Length", "Transfer-Encoding"};
+
+bool isInterim(int status)
+{
+    return status >= 100 && status < 200;
+}
+
+bool isRedirect(int status)
+{
+    return status >= 300 && status < 400;
+}
+
+NextStep failure(short code, const char *reason = nullptr)
+{
+    NextStep step;
+    step.kind = NextStep::Kind::Fail;
+    step.code = code;
+    step.reason = reason;
+    return step;
+}
+
+NextStep retry(int waitMsec)
+{
+    NextStep step;
+    step.kind = NextStep::Kind::Retry;
+    step.waitMsec = waitMsec;
+    return step;
+}
+
+NextStep plain(NextStep::Kind kind)
+{
+    NextStep step;
+    step.kind = kind;
+    return step;
+}
+
+int portOf(const QUrl &url)
+{
+    return url.port(url.scheme() == QLatin1String("https") ? 443 : 80);
+}
+
+bool isSameOrigin(const QUrl &left, const QUrl &right)
+{
+    return left.scheme() == right.scheme() && left.host() == right.host()
+        && portOf(left) == portOf(right);
+}
+
+/// Why no request may go from \a source to \a target; null if it may.
+const char *faultOfTarget(const QUrl &source, const QUrl &target)
+{
+    const bool isHttp = target.scheme() == QLatin1String("http");
+    if (!target.isValid() || target.host().isEmpty())
+        return "The server redirects to what is no URL.";
+    if (!isHttp && target.scheme() != QLatin1String("https"))
+        return "The server redirects to a URL that is neither http nor https.";
+    if (isHttp && source.scheme() == QLatin1String("https"))
+        return "The server redirects from https to http.";
+    return nullptr;
+}
+
+template <std::size_t size>
+void removeHeaders(QNetworkRequest &request, const char *const (&names)[size])
+{
+    // A null value removes; an empty one would be sent.
+    for (const char *name : names)
+        request.setRawHeader(name, QByteArray());
+}
+
+bool becomesGet(const Transfer &transfer, Verb verb)
+{
+    const bool isPost = transfer.record.replyType == replies::raw_post
+        || transfer.record.replyType == replies::raw_post_file;
+    return !transfer.isGet && (verb == Verb::Get || (verb == Verb::GetForPost && isPost));
+}
+
+} // namespace
+
+NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &reply) const
+{
+    const int status = replyinfo::httpStatus(&reply);
+    if (isInterim(status))
+        return plain(NextStep::Kind::DropConnections);
+    if (reply.error() == QNetworkReply::OperationCanceledError)
+        return {};
+    if (const std::optional<int> waitMsec = waitBeforeRetry(transfer, reply))
+        return retry(*waitMsec);
+    if (reply.error() != QNetworkReply::NoError)
+        return m_policy.failuresIsolated() ? failure(errorRule(reply.error()).clientCode)
+                                           : NextStep();
+    if (m_policy.redirectsChecked() && isRedirect(status))
+        return redirectStep(transfer, reply);
+    if (!transfer.checkedFile)
+        return {};
+    return isRedirect(status) ? failure(errorcodes::file_corrupted)
+                              : plain(NextStep::Kind::FinishFile);
+}
+
+NextStep StrictRules::stepAfterSilence(const Transfer &transfer) const
+{
+    if (!mayRepeat(transfer, m_policy.maximumRetries()))
+        return failure(errorcodes::timed_out, "The server was silent for too long.");
+    return retry(growingWait(transfer));
+}
+
+NextStep StrictRules::stepAfterDrop(const Transfer &transfer) const
+{
+    // Once without being asked to: the fault is Qt's.
+    if (!mayRepeat(transfer, std::max(1, m_policy.maximumRetries())))
+        return failure(errorcodes::network_error,
+                       "The server sent an interim answer, and what follows it is lost.");
+    return retry(0);
+}
+
+bool StrictRules::mayRepeat(const Transfer &transfer, int maximum)
+{
+    return transfer.isRepeatable && transfer.retries < maximum;
+}
+
+int StrictRules::growingWait(const Transfer &transfer) const
+{
+    return retryschedule::waitMsec(m_policy.retryDelay(), transfer.retries,
+                                   QRandomGenerator::global()->generateDouble());
+}
+
+std::optional<int> StrictRules::waitBeforeRetry(const Transfer &transfer,
+                                                const QNetworkReply &reply) const
+{
+    if (!mayRepeat(transfer, m_policy.maximumRetries())
+        || !retryschedule::mayPass(reply.error(), replyinfo::httpStatus(&reply))) {
+        return std::nullopt;
+    }
+    const std::optional<qint64> asked =
+        retryschedule::retryAfter(reply.rawHeader("Retry-After"), QDateTime::currentDateTimeUtc());
+    if (!asked)
+        return growingWait(transfer);
+    if (*asked > retryschedule::longestRetryAfter)
+        return std::nullopt;
+    return int(*asked) * 1000;
+}
+
+NextStep StrictRules::redirectStep(const Transfer &transfer, const QNetworkReply &reply) const
+{
+    const int status = replyinfo::httpStatus(&reply);
+    const QByteArray location = reply.rawHeader("Location");
+    const auto row = std::find_if(std::begin(redirectStatuses), std::end(redirectStatuses),
+                                  [status](const auto &known) { return known.status == status; });
+    if (row == std::end(redirectStatuses) || location.isEmpty())
+        return failure(errorcodes::network_error, "The server redirects to nowhere.");
+    const QUrl target = reply.url().resolved(QUrl::fromEncoded(location, QUrl::TolerantMode));
+    if (const char *fault = faultOfTarget(reply.url(), target))
+        return failure(errorcodes::redirect_refused, fault);
+    if (transfer.redirects >= m_policy.maximumRedirects())
+        return failure(errorcodes::redirect_refused, "The server redirects too often.");
+
+    NextStep step = plain(NextStep::Kind::Redirect);
+    step.becomesGet = becomesGet(transfer, row->verb);
+    step.request = transfer.request;
+    step.request.setUrl(target);
+    if (step.becomesGet)
+        removeHeaders(step.request, bodyHeaders);
+    if (!isSameOrigin(reply.url(), target))
+        removeHeaders(step.request, privateHeaders);
+    return step;
+}

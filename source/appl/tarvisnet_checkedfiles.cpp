@@ -1,0 +1,119 @@
+#include "tarvisnet.h"
+
+#include "errorcodes.h"
+#include "tarvisnet_p.h"
+
+/// \file
+/// Downloads whose files are checked before they are put in place.
+
+namespace {
+
+/// Whether the file has a say in it: other statuses are failures like anybody's.
+bool isJudged(const QNetworkReply &reply, const CheckedFile &file)
+{
+    const int status = replyinfo::httpStatus(&reply);
+    return (status >= 200 && status < 300) || (status == 416 && file.offset() > 0);
+}
+
+} // namespace
+
+void TarvisNetPrivate::queueChecked(const char *function, QLatin1String replyType,
+                                    const QNetworkRequest &request, FileData file) const
+{
+    const QString url = request.url().toString();
+    if (file.filePath.isEmpty()) {
+        refuse(function, "No file to save to:", true, url);
+        return;
+    }
+    if (!CheckedFile::isHash(file.hash)) {
+        clientLog.warning(function) << "Not a hash:" << file.hash;
+        Failure failure = {errorcodes::file_corrupted, url};
+        failure.reason = "The text of the hash is none.";
+        report(failure);
+        return;
+    }
+    file.tempFilePath = temporaryPath(file.filePath);
+    add(newRecord(replyType, request, QByteArray(), file));
+}
+
+bool TarvisNetPrivate::isFileTaken(const QString &temporaryPath) const
+{
+    return rules->checksFiles() && !temporaryPath.isEmpty()
+        && (growingFiles->contains(temporaryPath) || pending.containsFile(temporaryPath));
+}
+
+QSharedPointer<CheckedFile> TarvisNetPrivate::checkedFile(const ReplyData &record)
+{
+    const QString path = record.fileData.tempFilePath;
+    if (!rules->checksFiles() || !replyinfo::isFileKind(record.replyType) || path.isEmpty())
+        return nullptr;
+    if (!background)
+        background.reset(new BackgroundWork);
+    growingFiles->insert(path);
+    const auto letGo = [growing = growingFiles, path](CheckedFile *file) {
+        growing->remove(path);
+        delete file;
+    };
+    auto *file = new CheckedFile(record.fileData, record.request.url(), background);
+    return QSharedPointer<CheckedFile>(file, letGo);
+}
+
+bool TarvisNetPrivate::prepareFile(Transfer &transfer)
+{
+    if (!transfer.checkedFile)
+        return true;
+    if (transfer.checkedFile->prepare(transfer.request) != CheckedFile::Verdict::Good) {
+        fail(transfer, errorcodes::file_write_failed);
+        return false;
+    }
+    transfer.record.fileData.resumeOffset = transfer.checkedFile->offset();
+    return true;
+}
+
+void TarvisNetPrivate::takeFile(QNetworkReply *reply)
+{
+    const auto transfer = transfers.find(reply);
+    if (transfer == transfers.end() || !transfer->checkedFile
+        || !isJudged(*reply, *transfer->checkedFile)) {
+        return;
+    }
+    const CheckedFile::Verdict verdict = transfer->checkedFile->take(reply);
+    transfer->record.fileData.resumeOffset = transfer->checkedFile->offset();
+    obey(verdict, reply);
+}
+
+void TarvisNetPrivate::finishFile(QNetworkReply *reply)
+{
+    Transfer &transfer = transfers[reply];
+    transfer.idleEnd = QDeadlineTimer(QDeadlineTimer::Forever);
+    transfer.checkedFile->finish(reply, [this, reply](CheckedFile::Verdict verdict) {
+        // Until its own callback has returned.
+        const QSharedPointer<CheckedFile> file = transfers.value(reply).checkedFile;
+        if (verdict == CheckedFile::Verdict::Good)
+            conclude(reply);
+        else
+            obey(verdict, reply);
+    });
+}
+
+void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
+{
+    switch (verdict) {
+    case CheckedFile::Verdict::Good:
+        return;
+    case CheckedFile::Verdict::AskAfresh:
+        sendAgain(reply);
+        return;
+    case CheckedFile::Verdict::WriteFailed:
+        fail(reply, errorcodes::file_write_failed, "The disk does not take the file.");
+        return;
+    case CheckedFile::Verdict::Corrupted:
+        fail(reply, errorcodes::file_corrupted, "What was fetched is not the file.");
+        return;
+    }
+}
+
+bool TarvisNetPrivate::isBeingChecked(QNetworkReply *reply) const
+{
+    return reply->isFinished() && transfers.value(reply).checkedFile;
+}

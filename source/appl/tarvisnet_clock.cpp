@@ -1,0 +1,129 @@
+#include "tarvisnet.h"
+
+#include "errorcodes.h"
+#include "tarvisnet_p.h"
+
+#include <algorithm>
+#include <limits>
+
+/// \file
+/// What happens to requests by the clock: time-outs, and sending again after a wait.
+
+namespace {
+
+QDeadlineTimer deadlineOf(const Transfer &transfer)
+{
+    return std::min(transfer.idleEnd, transfer.end);
+}
+
+bool hasPath(const Transfer &transfer, const QString &path)
+{
+    return transfer.record.request.url().path(QUrl::FullyDecoded) == path;
+}
+
+} // namespace
+
+void TarvisNetPrivate::noteActivity(QNetworkReply *reply)
+{
+    const int idleMsec = rules->limits().idleMsec;
+    if (rules->isolatesFailures() && remotePing->isRunnig() && isProbed(reply->url()))
+        remotePing->timeoutRestart();
+    if (idleMsec <= 0)
+        return;
+    const auto transfer = transfers.find(reply);
+    // While a file is checked nothing arrives any more.
+    if (transfer != transfers.end() && !isBeingChecked(reply))
+        transfer->idleEnd.setRemainingTime(idleMsec);
+}
+
+void TarvisNetPrivate::wakeAt(const QDeadlineTimer &deadline)
+{
+    if (deadline.isForever())
+        return;
+    const int msec =
+        int(std::min<qint64>(deadline.remainingTime(), std::numeric_limits<int>::max()));
+    if (!clock.isActive() || clock.remainingTime() > msec)
+        clock.start(msec);
+}
+
+void TarvisNetPrivate::tick()
+{
+    const ActiveCall call(q, manager);
+    const QList<QPointer<QNetworkReply>> expired = expiredReplies();
+    for (const QPointer<QNetworkReply> &reply : expired) {
+        if (reply && transfers.contains(reply))
+            expire(reply);
+        if (call.ownerGone())
+            return;
+    }
+    while (isRetryDue() && (waiting.begin()->second.end.hasExpired() || mayStart())) {
+        startDue();
+        if (call.ownerGone())
+            return;
+    }
+    dropUnusedManagers();
+    for (const Transfer &transfer : qAsConst(transfers))
+        wakeAt(deadlineOf(transfer));
+    // What is due and finds no place is sent when one becomes free, and may run out of time before.
+    for (const auto &[due, transfer] : waiting)
+        wakeAt(due.hasExpired() ? transfer.end : due);
+}
+
+QList<QPointer<QNetworkReply>> TarvisNetPrivate::expiredReplies() const
+{
+    QList<QPointer<QNetworkReply>> expired;
+    for (auto transfer = transfers.cbegin(); transfer != transfers.cend(); ++transfer) {
+        if (deadlineOf(*transfer).hasExpired())
+            expired.append(transfer.key());
+    }
+    return expired;
+}
+
+bool TarvisNetPrivate::isRetryDue() const
+{
+    return !waiting.empty() && waiting.begin()->first.hasExpired();
+}
+
+bool TarvisNetPrivate::startDue()
+{
+    if (!isRetryDue())
+        return false;
+    const Transfer transfer = waiting.begin()->second;
+    waiting.erase(waiting.begin());
+    if (transfer.end.hasExpired())
+        fail(transfer, errorcodes::timed_out, "It took too long.");
+    else
+        attempt(transfer);
+    return true;
+}
+
+QStringList TarvisNetPrivate::takeAllWaiting()
+{
+    QStringList urls;
+    while (!waiting.empty())
+        urls += takeFirstWaiting();
+    return urls;
+}
+
+QStringList TarvisNetPrivate::takeFirstWaiting()
+{
+    if (waiting.empty())
+        return {};
+    const QString url = waiting.begin()->second.record.request.url().toString();
+    waiting.erase(waiting.begin());
+    return {url};
+}
+
+QStringList TarvisNetPrivate::takeWaiting(const QString &urlPath)
+{
+    QStringList urls;
+    for (auto next = waiting.begin(); next != waiting.end();) {
+        if (hasPath(next->second, urlPath)) {
+            urls.append(next->second.record.request.url().toString());
+            next = waiting.erase(next);
+        } else {
+            ++next;
+        }
+    }
+    return urls;
+}

@@ -1,0 +1,155 @@
+#include "tarvisnet.h"
+
+#include "errorcodes.h"
+#include "tarvisnet_p.h"
+
+#include <algorithm>
+
+/// \file
+/// What a policy makes of a request whose reply has ended, or that nothing comes of.
+
+NextStep TarvisNetPrivate::nextStep(QNetworkReply *reply) const
+{
+    const auto transfer = transfers.constFind(reply);
+    return transfer == transfers.cend() ? NextStep() : rules->nextStep(*transfer, *reply);
+}
+
+bool TarvisNetPrivate::goesOn(QNetworkReply *reply)
+{
+    const NextStep step = nextStep(reply);
+    perform(step, reply);
+    return step.kind != NextStep::Kind::AsEver;
+}
+
+void TarvisNetPrivate::perform(const NextStep &step, QNetworkReply *reply)
+{
+    switch (step.kind) {
+    case NextStep::Kind::AsEver:
+        return;
+    case NextStep::Kind::Redirect:
+        redirect(reply, step);
+        return;
+    case NextStep::Kind::Retry:
+        retry(reply, step.waitMsec);
+        return;
+    case NextStep::Kind::FinishFile:
+        finishFile(reply);
+        return;
+    case NextStep::Kind::DropConnections:
+        dropConnections(reply);
+        return;
+    case NextStep::Kind::Fail:
+        fail(reply, step.code, step.reason);
+        return;
+    }
+}
+
+Transfer TarvisNetPrivate::withdraw(QNetworkReply *reply)
+{
+    const Transfer transfer = transfers.take(reply);
+    reply->disconnect(q);
+    abort(reply);
+    release(reply);
+    return transfer;
+}
+
+void TarvisNetPrivate::sendAgain(QNetworkReply *reply)
+{
+    attempt(withdraw(reply));
+}
+
+void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
+{
+    Transfer next = withdraw(reply);
+    next.request = step.request;
+    if (step.becomesGet) {
+        next.isGet = true;
+        next.body.clear();
+    }
+    ++next.redirects;
+    --next.attempts; // The same one goes on.
+    attempt(next);
+}
+
+/// From its first URL, because where that leads may be what fails.
+void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
+{
+    const ActiveCall call(q, manager);
+    Transfer next = withdraw(reply);
+    next.request = next.record.request;
+    next.redirects = 0;
+    ++next.retries;
+    const QDeadlineTimer due = std::min(QDeadlineTimer(waitMsec), next.end);
+    waiting.emplace(due, next);
+    wakeAt(due);
+    placeFreed();
+}
+
+void TarvisNetPrivate::placeFreed()
+{
+    const ActiveCall call(q, manager);
+    Q_EMIT q->s_repliesCountChanged();
+    if (!call.ownerGone())
+        stopPing();
+}
+
+void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason)
+{
+    const ActiveCall call(q, manager);
+    const Failure failure = failureOf(transfers.value(reply), reply, code, reason);
+    // Told before the reply is aborted, which makes another error of it.
+    const QJsonDocument document = rules->documentOf(failure);
+    dropSources(withdraw(reply));
+    report(failure, document);
+    if (!call.ownerGone())
+        placeFreed();
+}
+
+void TarvisNetPrivate::fail(const Transfer &transfer, short code, const char *reason)
+{
+    const ActiveCall call(q, manager);
+    report(failureOf(transfer, nullptr, code, reason));
+    if (!call.ownerGone())
+        placeFreed();
+}
+
+Failure TarvisNetPrivate::failureOf(const Transfer &transfer, const QNetworkReply *reply,
+                                    short code, const char *reason) const
+{
+    Failure failure;
+    failure.code = code;
+    failure.url = transfer.record.request.url().toString();
+    failure.reply = reply;
+    failure.body = QJsonDocument::fromJson(transfer.answer);
+    failure.file = transfer.record.fileData;
+    failure.attempts = transfer.attempts;
+    failure.reason = reason;
+    if (transfer.checkedFile) {
+        failure.file.size = transfer.checkedFile->expectedSize();
+        failure.received = qint64(transfer.checkedFile->receivedSize());
+    }
+    return failure;
+}
+
+void TarvisNetPrivate::dropSources(const Transfer &hop)
+{
+    for (QNetworkReply *source = hop.redirectSource; source && transfers.contains(source);)
+        source = withdraw(source).redirectSource;
+}
+
+void TarvisNetPrivate::expire(QNetworkReply *reply)
+{
+    const Transfer transfer = transfers.value(reply);
+    if (transfer.end.hasExpired())
+        fail(reply, errorcodes::timed_out, "It took too long.");
+    else
+        perform(rules->stepAfterSilence(transfer), reply);
+}
+
+bool TarvisNetPrivate::outgrows(const Transfer &transfer, const QNetworkReply &reply) const
+{
+    const qint64 most = rules->limits().bodySize;
+    return most > 0
+        && rules->arrival(transfer.record.replyType, replyinfo::httpStatus(&reply)) == Arrival::Kept
+        && transfer.answer.size() + reply.bytesAvailable() > most;
+}
