@@ -30,7 +30,7 @@ BackgroundWork::~BackgroundWork()
 
 BackgroundWork::Ticket BackgroundWork::run(Job job, Done done)
 {
-    const Ticket ticket = newTicket();
+    Ticket ticket = newTicket();
     auto report = [ticket, done = std::move(done)] {
         if (!*ticket && done)
             done();

@@ -10,7 +10,7 @@
 namespace {
 
 // Emptying a larger file would be felt.
-constexpr qint64 quicklyEmptied = qint64(32) * 1024 * 1024;
+constexpr qint64 quicklyEmptied = qint64(16) * 1024 * 1024;
 
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "resumepoint_p.h"
 
 #include "descriptor_p.h"
+#include "records.h"
 #include "replyinfo_p.h"
 
 #include <QtCore/QFile>
@@ -14,11 +15,11 @@ namespace resumepoint {
 
 namespace {
 
-constexpr QLatin1String urlKey("url");
-constexpr QLatin1String sizeKey("size");
-constexpr QLatin1String hashKey("hash");
-constexpr QLatin1String validatorKey("validator");
-constexpr QLatin1String totalKey("total");
+constexpr QLatin1String urlKey = general::literal("url");
+constexpr QLatin1String sizeKey = general::literal("size");
+constexpr QLatin1String hashKey = general::literal("hash");
+constexpr QLatin1String validatorKey = general::literal("validator");
+constexpr QLatin1String totalKey = general::literal("total");
 
 // More than any that was ever written.
 constexpr qint64 greatestFile = qint64(64) * 1024;
