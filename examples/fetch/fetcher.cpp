@@ -128,7 +128,7 @@ void Fetcher::bytesArrived(const QByteArray &bytes, const QString &url)
     m_progress.end(url);
     const bool written = m_console.result(bytes);
     if (!written) {
-        m_console.error(QStringLiteral("standard output does not take the answer: %1").arg(url));
+        tellFullOutput(url);
     }
     settle(url, written ? Succeeded : NotWritten);
 }
@@ -256,14 +256,21 @@ void Fetcher::tellDocument(const QJsonDocument &document)
         m_console.error(QString::fromUtf8(document.toJson()).trimmed());
 }
 
+void Fetcher::tellFullOutput(const QString &url)
+{
+    m_console.error(QStringLiteral("standard output does not take the answer: %1").arg(url));
+}
+
 void Fetcher::deliverSpooled(const QString &url)
 {
     QFile file(m_options.savePath());
     bool isWritten = file.open(QIODevice::ReadOnly);
-    while (isWritten && !file.atEnd())
-        isWritten = m_console.result(file.read(pieceSize));
+    while (isWritten && !file.atEnd()) {
+        const QByteArray piece = file.read(pieceSize);
+        isWritten = !piece.isEmpty() && m_console.result(piece);
+    }
     if (!isWritten)
-        m_console.error(QStringLiteral("standard output does not take the answer: %1").arg(url));
+        tellFullOutput(url);
     settle(url, isWritten ? Succeeded : NotWritten);
 }
 

@@ -55,6 +55,7 @@ private:
     void tellError(short code, const QString &url);
     void tellAnswer(const QJsonDocument &answer);
     void tellDocument(const QJsonDocument &document);
+    void tellFullOutput(const QString &url);
     void deliverSpooled(const QString &url);
     void settle(const QString &url, ExitCode end);
     void giveUp();

@@ -12,7 +12,6 @@ namespace {
 
 enum ExitCode {
     Succeeded = 0,
-    Failed = 1,
     Refused = 3,
     NotReached = 4,
     HttpError = 5,
