@@ -28,6 +28,11 @@ constexpr ErrorRow errors[] = {
     {errorcodes::protocol_invalid_operation, true, "the server does not accept the request"},
     {errorcodes::already_pending, true, "the same request is waiting already"},
     {errorcodes::ssl_handshake_failed, true, "no secure connection, the TLS handshake failed"},
+    {errorcodes::timed_out, true, "nothing arrived for too long, or it all took too long"},
+    {errorcodes::redirect_refused, true, "the server redirects too often, or to where it may not"},
+    {errorcodes::file_write_failed, true, "the disk does not take the file"},
+    {errorcodes::file_corrupted, true, "what arrived is not the file, or the hash text is none"},
+    {errorcodes::body_too_large, true, "the answer is longer than the client may hold"},
 };
 
 const ErrorRow *find(short code)

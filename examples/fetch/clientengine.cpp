@@ -9,6 +9,7 @@
 #include <QtCore/QUrl>
 
 ClientEngine::ClientEngine(const Options &options)
+    : m_client(options.policy)
 {
     configure(options);
     connectClient();
@@ -22,6 +23,9 @@ ClientEngine::~ClientEngine()
 
 bool ClientEngine::prepareFile(const Options &options, Console &console)
 {
+    // The library then sees to it, and never loses what is there.
+    if (options.policy.filesChecked())
+        return true;
     const auto expected = static_cast<qint64>(options.size);
     const QFileInfo destination(options.savePath());
     // The library would find out at the end of the download, and then throw away both.

@@ -51,7 +51,7 @@ void startInstaller(TarvisNet &client, const Options &, const Target &target)
 void startBinary(TarvisNet &client, const Options &options, const Target &target)
 {
     fetchContent(target, [&](const auto &where) {
-        client.fetchBinary(where, options.savePath(), options.size, options.sha256);
+        client.fetchBinary(where, options.savePath(), options.size, options.hash);
     });
 }
 
@@ -93,7 +93,7 @@ Conclusion concludeInstaller(const Options &, const Target &target)
 Conclusion concludeBinary(const Options &options, const Target &)
 {
     const QString path = options.savePath();
-    const QString fault = downloadFault(path, options.size, options.sha256);
+    const QString fault = downloadFault(path, options.size);
     const auto size = static_cast<qint64>(options.size);
     return {fault.isEmpty(),
             fault.isEmpty() ? QStringLiteral("saved %1 (%2)").arg(path, sizeText(size)) : fault};

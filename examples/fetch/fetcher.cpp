@@ -9,9 +9,25 @@
 #include <tarvisnet/errorcodes.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonObject>
 
 #include <algorithm>
 #include <initializer_list>
+
+namespace {
+
+constexpr qint64 pieceSize = 1 << 20;
+
+QJsonDocument documentOf(const QJsonValue &value)
+{
+    return value.isArray() ? QJsonDocument(value.toArray())
+        : value.isObject() ? QJsonDocument(value.toObject())
+                           : QJsonDocument();
+}
+
+} // namespace
 
 Fetcher::Fetcher(const Options &options, Console &console, QObject *parent)
     : QObject(parent)
@@ -26,7 +42,7 @@ Fetcher::Fetcher(const Options &options, Console &console, QObject *parent)
 void Fetcher::start()
 {
     if (!makeDirectories() || !m_engine->prepareFile(m_options, m_console)) {
-        Q_EMIT finished(Failed);
+        Q_EMIT finished(NotWritten);
         return;
     }
     makeTargets();
@@ -101,7 +117,7 @@ void Fetcher::documentArrived(const QJsonDocument &document, const QString &url)
     if (document.isNull()) {
         m_progress.end(url);
         m_console.error(QStringLiteral("the answer is empty or not JSON: %1").arg(url));
-        settle(url, false);
+        settle(url, WrongContent);
         return;
     }
     bytesArrived(document.toJson(), url);
@@ -112,9 +128,9 @@ void Fetcher::bytesArrived(const QByteArray &bytes, const QString &url)
     m_progress.end(url);
     const bool written = m_console.result(bytes);
     if (!written) {
-        m_console.error(QStringLiteral("standard output does not take the answer: %1").arg(url));
+        tellFullOutput(url);
     }
-    settle(url, written);
+    settle(url, written ? Succeeded : NotWritten);
 }
 
 void Fetcher::fileArrived(const QByteArray &bytes, const QString &url)
@@ -131,32 +147,37 @@ void Fetcher::fileArrived(const QByteArray &bytes, const QString &url)
     } else {
         m_console.error(QStringLiteral("%1 cannot be written").arg(path));
     }
-    settle(url, saved);
+    settle(url, saved ? Succeeded : NotWritten);
 }
 
 void Fetcher::requestConcluded(const QString &url)
 {
     m_progress.end(url);
     const Conclusion end = m_options.command->conclude(m_options, m_targets.value(url));
-    if (end.succeeded) {
-        m_console.note(end.words);
-    } else {
+    if (!end.succeeded) {
         m_console.error(end.words);
+        settle(url, WrongContent);
+    } else if (m_options.isSpooled()) {
+        deliverSpooled(url);
+    } else {
+        m_console.note(end.words);
+        settle(url, Succeeded);
     }
-    settle(url, end.succeeded);
 }
 
 void Fetcher::requestFailed(short code, const QString &url, const QJsonDocument &answer)
 {
     m_progress.end(url);
     tellError(code, url);
-    if (!answer.isNull()) {
-        m_console.error(QString::fromUtf8(answer.toJson()).trimmed());
-    }
+    tellAnswer(answer);
+    const bool isExplained = m_options.policy.errorsExplained();
+    const ExitCode cause =
+        exitCodeOf(code, isExplained ? answer[QLatin1String("httpStatus")].toInt() : 0);
+    noteCause(cause);
     if (m_targets.contains(url)) {
-        settle(url, false);
+        settle(url, cause);
     } else if (m_starting) {
-        settle(m_starting->urlText(), false);
+        settle(m_starting->urlText(), cause);
     } else if (endsRequest(code)) {
         giveUp();
     }
@@ -171,7 +192,7 @@ void Fetcher::requestAborted(const QString &url)
     if (m_open.contains(url)) {
         m_progress.end(url);
         m_console.error(QStringLiteral("aborted: %1").arg(url));
-        settle(url, false);
+        settle(url, Failed);
     } else if (!m_targets.contains(url)) {
         giveUp();
     }
@@ -219,12 +240,49 @@ QString Fetcher::reason(short code, const QString &url) const
     return errorText(code);
 }
 
-void Fetcher::settle(const QString &url, bool succeeded)
+void Fetcher::tellAnswer(const QJsonDocument &answer)
+{
+    if (!m_options.policy.errorsExplained()) {
+        tellDocument(answer);
+        return;
+    }
+    m_console.error(answer[QLatin1String("reason")].toString());
+    tellDocument(documentOf(answer[QLatin1String("body")]));
+}
+
+void Fetcher::tellDocument(const QJsonDocument &document)
+{
+    if (!document.isNull())
+        m_console.error(QString::fromUtf8(document.toJson()).trimmed());
+}
+
+void Fetcher::tellFullOutput(const QString &url)
+{
+    m_console.error(QStringLiteral("standard output does not take the answer: %1").arg(url));
+}
+
+void Fetcher::deliverSpooled(const QString &url)
+{
+    QFile file(m_options.savePath());
+    bool isWritten = file.open(QIODevice::ReadOnly);
+    while (isWritten && !file.atEnd()) {
+        const QByteArray piece = file.read(pieceSize);
+        isWritten = !piece.isEmpty() && m_console.result(piece);
+    }
+    if (!isWritten)
+        tellFullOutput(url);
+    settle(url, isWritten ? Succeeded : NotWritten);
+}
+
+void Fetcher::settle(const QString &url, ExitCode end)
 {
     if (!m_open.removeOne(url)) {
         return;
     }
-    m_failures += succeeded ? 0 : 1;
+    if (end != Succeeded) {
+        ++m_failures;
+        noteCause(end);
+    }
     if (m_open.isEmpty()) {
         finish();
     }
@@ -246,6 +304,12 @@ void Fetcher::giveUp()
     finish();
 }
 
+void Fetcher::noteCause(ExitCode cause)
+{
+    if (m_cause == Failed)
+        m_cause = cause;
+}
+
 void Fetcher::finish()
 {
     tellWhatIsKept();
@@ -254,14 +318,14 @@ void Fetcher::finish()
                            .arg(m_targets.size() - m_failures)
                            .arg(m_targets.size()));
     }
-    const Status outcome = m_failures > 0 ? Failed : Succeeded;
+    const ExitCode outcome = m_failures > 0 ? m_cause : Succeeded;
     Q_EMIT finished(m_interrupted ? Interrupted : outcome);
 }
 
 void Fetcher::tellWhatIsKept()
 {
     const qint64 kept = m_options.keptBytes();
-    if (m_failures > 0 && kept > 0) {
+    if (m_failures > 0 && kept > 0 && !m_options.isSpooled()) {
         m_console.note(QStringLiteral("%1 kept in %2, the same command goes on from there")
                            .arg(sizeText(kept), m_options.partialPath()));
     }

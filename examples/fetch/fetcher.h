@@ -2,6 +2,7 @@
 #define FETCHER_H
 
 #include "engine.h"
+#include "exitcode.h"
 #include "options.h"
 #include "progress.h"
 #include "target.h"
@@ -25,9 +26,6 @@ class Fetcher : public QObject {
     Q_OBJECT
 
 public:
-    enum Status : int { Succeeded = 0, Failed = 1, WrongUsage = 2, Interrupted = 130 };
-    Q_ENUM(Status)
-
     Fetcher(const Options &options, Console &console, QObject *parent = nullptr);
 
     void start();
@@ -35,7 +33,7 @@ public:
     void interrupt();
 
 Q_SIGNALS:
-    void finished(Fetcher::Status status);
+    void finished(ExitCode exitCode);
 
 private:
     void connectEngine();
@@ -55,8 +53,13 @@ private:
     bool isUnderWay(const QString &url) const;
     QString reason(short code, const QString &url) const;
     void tellError(short code, const QString &url);
-    void settle(const QString &url, bool succeeded);
+    void tellAnswer(const QJsonDocument &answer);
+    void tellDocument(const QJsonDocument &document);
+    void tellFullOutput(const QString &url);
+    void deliverSpooled(const QString &url);
+    void settle(const QString &url, ExitCode end);
     void giveUp();
+    void noteCause(ExitCode cause);
     void finish();
     void tellWhatIsKept();
 
@@ -71,6 +74,8 @@ private:
     /// The request that is being handed to the library: a refusal need not carry its URL.
     const Target *m_starting = nullptr;
     int m_failures = 0;
+    /// Of the first failure that has one of its own.
+    ExitCode m_cause = Failed;
     bool m_interrupted = false;
 };
 

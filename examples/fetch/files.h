@@ -7,9 +7,8 @@
 /// A size for people: "1.5 MiB".
 QString sizeText(qint64 bytes);
 
-/// What is wrong with a downloaded file, in words; empty when it has the size and, unless that is
-/// empty, the SHA-256 (in hexadecimal) that were expected.
-QString downloadFault(const QString &path, quint64 size, const QString &sha256);
+/// What is wrong with a downloaded file, in words; empty when it has the size that was expected.
+QString downloadFault(const QString &path, quint64 size);
 
 /// Makes sure that a file holds exactly \a body. The library writes over an old file without
 /// shortening it, and reports the answer also when it could not be written.

@@ -1,10 +1,13 @@
 #include "console.h"
+#include "exitcode.h"
 #include "fetcher.h"
 #include "interrupt.h"
 #include "liblog.h"
 #include "options.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
+#include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 
 namespace {
@@ -12,12 +15,12 @@ namespace {
 int refuse(Console &console, const QString &fault)
 {
     console.error(QStringLiteral("tarvisnet-fetch: %1\nTry 'tarvisnet-fetch --help'.").arg(fault));
-    return Fetcher::WrongUsage;
+    return WrongUsage;
 }
 
 int show(Console &console, const QString &text)
 {
-    return console.result(text.toLocal8Bit()) ? Fetcher::Succeeded : Fetcher::Failed;
+    return console.result(text.toLocal8Bit()) ? Succeeded : NotWritten;
 }
 
 int run(QCoreApplication &application, const Options &options, Console &console)
@@ -29,6 +32,22 @@ int run(QCoreApplication &application, const Options &options, Console &console)
     QObject::connect(&fetcher, &Fetcher::finished, &application, &QCoreApplication::exit);
     QTimer::singleShot(0, &fetcher, &Fetcher::start);
     return QCoreApplication::exec();
+}
+
+/// Runs in a directory that is gone afterwards.
+int runSpooled(QCoreApplication &application, Options options, Console &console)
+{
+    const QDir parent(options.temporaryDirectory.isEmpty() ? QDir::tempPath()
+                                                           : options.temporaryDirectory);
+    parent.mkpath(QStringLiteral("."));
+    const QTemporaryDir spool(parent.filePath(QStringLiteral("tarvisnet-fetch-XXXXXX")));
+    if (!spool.isValid()) {
+        console.error(spool.errorString());
+        return NotWritten;
+    }
+    options.temporaryDirectory = spool.path();
+    options.spoolPath = spool.filePath(QStringLiteral("answer"));
+    return run(application, options, console);
 }
 
 } // namespace
@@ -48,5 +67,6 @@ int main(int argc, char *argv[])
     if (options.version) {
         return show(console, QStringLiteral("tarvisnet-fetch " TARVISNET_FETCH_VERSION "\n"));
     }
-    return run(application, options, console);
+    return options.isSpooled() ? runSpooled(application, options, console)
+                               : run(application, options, console);
 }

@@ -1,12 +1,14 @@
 #include "options.h"
 
 #include "commands.h"
+#include "exitcode.h"
+#include "number.h"
+#include "policyoptions.h"
 #include "target.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
-#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <cstdio>
@@ -39,8 +41,8 @@ const TextOption textOptions[] = {
     {"app-version", "VERSION", "Version of the application, for the server.",
      &Options::applicationVersion},
     {"installation-id", "UUID", "Installation id, for the server.", &Options::installationId},
-    {"o,output", "FILE", "Save the answer (binary, get-file, post-file).", &Options::output},
-    {"hash", "SHA256", "Check the file in the end (binary).", &Options::sha256},
+    {"o,output", "FILE", "Save the answer (binary, get-file, post-file); '-' for standard output.",
+     &Options::output},
     {"d,data", "TEXT", "Body to send (post, patch, delete, post-file).", &Options::dataText},
     {"data-file", "FILE", "The same from a file, '-' for standard input.", &Options::dataFile},
 };
@@ -89,17 +91,26 @@ Talks to a content and update server.
 
 constexpr char notes[] = R"(
 A TARGET is a complete URL, or the path of something on the server of --host, which is asked over
-HTTPS. Server certificates are not verified. Results go to standard output, all else to standard
-error. When one of several requests fails, the library may abort another one too, and a failure
-behind a redirect ends all of them; ask one by one where that matters.
+HTTPS. Results go to standard output, all else to standard error. When one of several requests
+fails, the library may abort another one too, and a failure behind a redirect ends all of them; ask
+one by one where that matters.
 
-A download that was interrupted is resumed by the same command.
+* Makes a client with a TransferPolicy, which tells the reason of each error too; not for the
+  processor. --strict asks for what is good for most, each of the others for one thing, or for
+  another value. Server certificates are verified only with --strict or --ca.
 
-Exit status: 0 everything asked for succeeded, 1 something failed, 2 wrong usage, 130 interrupted.
+A download that was interrupted is resumed by the same command, unless it goes to standard output.
+
+)";
+
+constexpr char severalFailures[] = R"(
+Of several failures the first counts that has a status of its own.
 )";
 
 constexpr QLatin1String clientEngine = general::literal("client");
 constexpr QLatin1String processorEngine = general::literal("processor");
+constexpr QLatin1String standardOutput = general::literal("-");
+constexpr QLatin1String outputOption = general::literal("output");
 
 QStringList split(const char *names)
 {
@@ -126,6 +137,7 @@ void describe(QCommandLineParser &parser)
         addOption(parser, option.names, option.help, option.value);
     }
     addOption(parser, "H,header", headerHelp, "HEADER");
+    describePolicyOptions(parser);
     for (const FlagOption &option : flagOptions) {
         addOption(parser, option.names, option.help);
     }
@@ -137,16 +149,9 @@ QString takeNumber(const QCommandLineParser &parser, const NumberOption &option,
     if (!parser.isSet(name)) {
         return QString();
     }
-    bool isNumber = false;
-    const quint64 number = parser.value(name).toULongLong(&isNumber);
-    if (!isNumber || number < option.minimum || number > option.maximum) {
-        return QStringLiteral("--%1 takes a number from %2 to %3")
-            .arg(name)
-            .arg(option.minimum)
-            .arg(option.maximum);
-    }
-    options->*option.field = number;
-    return QString();
+    const QString fault =
+        readNumber(parser.value(name), option.minimum, option.maximum, &(options->*option.field));
+    return fault.isEmpty() ? QString() : QStringLiteral("--%1 %2").arg(name, fault);
 }
 
 QString takeHeaders(const QCommandLineParser &parser, Options *options)
@@ -177,7 +182,8 @@ QString takeOptions(const QCommandLineParser &parser, Options *options)
             return fault;
         }
     }
-    return takeHeaders(parser, options);
+    QString fault = takePolicyOptions(parser, options);
+    return fault.isEmpty() ? takeHeaders(parser, options) : fault;
 }
 
 QString takeCommand(const QCommandLineParser &parser, Options *options)
@@ -207,12 +213,20 @@ QString takeBody(Options *options)
     return QString();
 }
 
+bool takesOption(const Options &options, const QString &name)
+{
+    // What a command shows goes to standard output anyway.
+    const bool isWhereItGoes =
+        name == outputOption && options.output == standardOutput && !options.command->conclude;
+    return isWhereItGoes || options.command->options.contains(name);
+}
+
 QString optionsFault(const QCommandLineParser &parser, const Options &options)
 {
     const Command &command = *options.command;
     const QStringList names = optionsOfCommands();
     for (const QString &name : names) {
-        if (parser.isSet(name) && !command.options.contains(name)) {
+        if (parser.isSet(name) && !takesOption(options, name)) {
             return QStringLiteral("'%1' does not take --%2").arg(command.name, name);
         }
     }
@@ -221,14 +235,10 @@ QString optionsFault(const QCommandLineParser &parser, const Options &options)
             return QStringLiteral("'%1' needs --%2").arg(command.name, name);
         }
     }
-    static const QRegularExpression sha256(QStringLiteral("^[0-9A-Fa-f]{64}$"));
-    if (!options.sha256.isEmpty() && !sha256.match(options.sha256).hasMatch()) {
-        return QStringLiteral("--hash takes a SHA-256, 64 hexadecimal digits");
-    }
     return QString();
 }
 
-QString engineFault(const Options &options)
+QString engineFault(const QCommandLineParser &parser, const Options &options)
 {
     if (!options.engine.isEmpty() && options.engine != clientEngine && !options.usesProcessor())
         return QStringLiteral("--engine takes 'client' or 'processor'");
@@ -238,7 +248,10 @@ QString engineFault(const Options &options)
         return QStringLiteral("the processor cannot '%1'").arg(options.command->name);
     if (options.command->replyType == replies::raw_get_file && options.output.isEmpty())
         return QStringLiteral("the processor's '%1' needs --output").arg(options.command->name);
-    return QString();
+    const QString policyOption = policyOptionIn(parser);
+    return policyOption.isEmpty()
+        ? QString()
+        : QStringLiteral("the processor does not take --%1").arg(policyOption);
 }
 
 QString targetsFault(const Options &options)
@@ -251,7 +264,7 @@ QString targetsFault(const Options &options)
     if (count > command.targets.most) {
         return QStringLiteral("'%1' takes only one target").arg(command.name);
     }
-    if (count > 1 && !options.output.isEmpty()) {
+    if (count > 1 && (options.isSpooled() || !options.savePath().isEmpty())) {
         return QStringLiteral("--output takes only one target");
     }
     const bool complete =
@@ -267,6 +280,8 @@ QString targetsFault(const Options &options)
 
 QString Options::savePath() const
 {
+    if (output == standardOutput)
+        return spoolPath;
     return output.isEmpty() || outputDirectory.isEmpty() ? output
                                                          : QDir(outputDirectory).filePath(output);
 }
@@ -276,7 +291,7 @@ QString Options::partialPath() const
     if (usesProcessor())
         return savePath();
     const QDir directory(temporaryDirectory.isEmpty() ? QDir::tempPath() : temporaryDirectory);
-    return QStringLiteral("%1.%2").arg(directory.absoluteFilePath(QFileInfo(output).fileName()),
+    return QStringLiteral("%1.%2").arg(directory.absoluteFilePath(QFileInfo(savePath()).fileName()),
                                        general::temp_file_suffix);
 }
 
@@ -289,6 +304,13 @@ qint64 Options::keptBytes() const
 bool Options::usesProcessor() const
 {
     return engine == processorEngine;
+}
+
+bool Options::isSpooled() const
+{
+    const bool needsFile = usesProcessor() ? command->options.contains(outputOption)
+                                           : command->required.contains(outputOption);
+    return output == standardOutput && needsFile;
 }
 
 QString parseCommandLine(const QStringList &arguments, Options *options)
@@ -309,7 +331,7 @@ QString parseCommandLine(const QStringList &arguments, Options *options)
     };
     check([&] { return takeCommand(parser, options); });
     check([&] { return optionsFault(parser, *options); });
-    check([&] { return engineFault(*options); });
+    check([&] { return engineFault(parser, *options); });
     check([&] { return targetsFault(*options); });
     check([&] { return takeBody(options); });
     return fault;
@@ -321,5 +343,6 @@ QString helpText()
     describe(parser);
     const QString described = parser.helpText();
     return QLatin1String(usage) + commandsHelp() + QLatin1String("\n\n")
-        + described.mid(described.indexOf(QLatin1String("Options:"))) + QLatin1String(notes);
+        + described.mid(described.indexOf(QLatin1String("Options:"))) + QLatin1String(notes)
+        + exitCodesHelp() + QLatin1String(severalFailures);
 }

@@ -2,6 +2,7 @@
 #define OPTIONS_H
 
 #include <tarvisnet/records.h>
+#include <tarvisnet/transferpolicy.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -31,13 +32,19 @@ struct Options {
     QString applicationVersion;
     QString installationId;
 
+    /// A file, or "-".
     QString output;
     quint64 size = 0;
-    QString sha256;
+    QString hash;
     QString dataText;
     QString dataFile;
     QByteArray body;
     RawHeadersMap headers;
+
+    TransferPolicy policy;
+
+    /// The file that stands in for standard output where isSpooled() says so; made up later.
+    QString spoolPath;
 
     bool quiet = false;
     bool verbose = false;
@@ -55,6 +62,8 @@ struct Options {
     qint64 keptBytes() const;
     /// Whether the stand-alone processor is asked instead of the client.
     bool usesProcessor() const;
+    /// Whether the answer goes to standard output, but can only be fetched into a file.
+    bool isSpooled() const;
 };
 
 /// Reads the command line. Gives back what is wrong with it, in words; nothing when it makes sense.

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr qint64 bytesPerLine = 1 << 20;
 constexpr double percentPerLine = 10;
 constexpr int narrowestBar = 6;
 constexpr int widestBar = 40;
@@ -98,9 +97,7 @@ QString Progress::bar(const Transfer &transfer, const QString &text) const
 
 void Progress::showLine(const QString &url, Transfer &transfer)
 {
-    const qint64 stage = transfer.percent > 0
-        ? static_cast<qint64>(transfer.percent / percentPerLine)
-        : transfer.bytes / bytesPerLine;
+    const int stage = static_cast<int>(transfer.percent / percentPerLine);
     if (stage > transfer.stage) {
         transfer.stage = stage;
         m_console.note(numbers(transfer) + shortName(url));

@@ -8,7 +8,8 @@
 
 class Console;
 
-/// Shows how requests get on: as a bar on a terminal, otherwise as a line now and then.
+/// Shows how requests get on: as a bar on a terminal, otherwise as a line for a tenth of the whole
+/// at most. Where nobody knows the whole, there is none before the end.
 class Progress {
 public:
     explicit Progress(Console &console);
@@ -30,7 +31,8 @@ private:
         qint64 bytes = 0;
         qint64 total = 0;
         double percent = 0;
-        qint64 stage = -1;
+        /// The tenth that was shown last.
+        int stage = 0;
     };
 
     QString numbers(const Transfer &transfer) const;
