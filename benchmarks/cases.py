@@ -5,11 +5,19 @@ import hashlib
 import json
 import shutil
 from dataclasses import dataclass, field
+from functools import lru_cache
 from pathlib import Path
 
 MIB = 1024 * 1024
 ALL = ("library", "manager", "libcurl", "curl", "wget", "aria2")
 QT_AND_LIBCURL = ("library", "manager", "libcurl")
+# The client with a policy, without and with a hash to check, and what that hash takes by itself.
+STRICT = ("strict", "strict-hash", "sha256")
+
+
+@lru_cache(maxsize=None)
+def _sha256(path):
+    return hashlib.sha256(path.read_bytes()).hexdigest()
 
 
 @dataclass
@@ -24,6 +32,10 @@ class Work:
     url: str = ""
     count: int = 1
     resumed: bool = False
+    source: Path = None  # what the server sends
+
+    def digest(self):
+        return _sha256(self.source)
 
     @property
     def is_post(self):
@@ -68,7 +80,8 @@ def all_cases(full):
     for scheme in ("http", "https"):
         upper = scheme.upper()
         cases += [
-            Case(f"large-{scheme}", f"Large file, {upper}", "files", ALL, scheme, "large.bin"),
+            Case(f"large-{scheme}", f"Large file, {upper}", "files", ALL + STRICT, scheme,
+                 "large.bin"),
             Case(f"resume-{scheme}", f"Its second half, {upper}", "files", ALL, scheme,
                  "large.bin", resumed=True),
             Case(f"five-{scheme}", f"Five at once, {upper}", "files", ALL, scheme, "quarter.bin", 5),
@@ -119,6 +132,7 @@ class Bench:
         if case.kind == "files":
             work.options["size"] = (self.content / case.content).stat().st_size
             work.options["directory"] = self.directory
+            work.source = self.content / case.content
         if case.resumed:
             self._lay_first_half(case, participant)
         return work
@@ -136,7 +150,9 @@ class Bench:
         check = getattr(self, "_verify_" + case.kind, self._verify_count)
         return check(case, participant, work, output)
 
-    def _verify_files(self, case, _participant, work, _output):
+    def _verify_files(self, case, participant, work, output):
+        if participant == "sha256":
+            return self._verify_count(case, participant, work, output)
         files = list((self.directory / "out").iterdir())
         source = self.content / case.content
         return len(files) == work.count and all(

@@ -6,6 +6,7 @@
 #include <tarvisnet/tarvisnet.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QCryptographicHash>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtNetwork/QNetworkAccessManager>
@@ -22,6 +23,9 @@ struct Job {
     QString directory;
     /// Of the bare manager alone; 0 for none.
     qint64 readBuffer;
+    /// Of strict clients: whose certificates are accepted, and the SHA-256 of every file, if any.
+    QString authority;
+    QString hash;
 };
 
 struct Times {
@@ -40,12 +44,19 @@ QString temporary(const Job &job, int number)
     return QStringLiteral("%1/temp/%2.vtxdownload").arg(job.directory).arg(number);
 }
 
-Times downloadWithLibrary(const Job &job)
+TransferPolicy strictPolicy(const Job &job)
+{
+    TransferPolicy policy = TransferPolicy::strict();
+    policy.setCaCertificates(QSslCertificate::fromPath(job.authority));
+    return policy;
+}
+
+Times downloadWithLibrary(const Job &job, const TransferPolicy &policy)
 {
     Times times;
     QElapsedTimer clock;
     clock.start();
-    TarvisNet client;
+    TarvisNet client(policy);
     client.setTemporaryDirectory(job.directory + QStringLiteral("/temp"));
     QObject::connect(&client, &TarvisNet::s_downloadFileBytesProgress, &client,
                      [&](qlonglong sent, qlonglong total) {
@@ -61,8 +72,24 @@ Times downloadWithLibrary(const Job &job)
         &client, &TarvisNet::s_errorChanged, &client, [] { QCoreApplication::exit(1); },
         Qt::QueuedConnection);
     for (int i = 0; i < job.count; ++i)
-        client.fetchBinary(bench::numbered(job.url, i), target(job, i), qulonglong(job.size));
+        client.fetchBinary(bench::numbered(job.url, i), target(job, i), qulonglong(job.size),
+                           job.hash);
     QCoreApplication::exec();
+    return times;
+}
+
+/// How long the hash of a file takes by itself.
+Times hashFile(const QString &path)
+{
+    Times times;
+    QElapsedTimer clock;
+    clock.start();
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return times;
+    times.downloaded = times.finished = bench::seconds(clock);
+    times.files = 1;
     return times;
 }
 
@@ -137,6 +164,16 @@ private:
     QNetworkAccessManager m_manager;
 };
 
+Times run(const QString &engine, const Job &job)
+{
+    if (engine == QLatin1String("manager"))
+        return BareDownloads(job).run();
+    if (engine == QLatin1String("sha256"))
+        return hashFile(job.url);
+    return downloadWithLibrary(
+        job, engine == QLatin1String("strict") ? strictPolicy(job) : TransferPolicy());
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -144,12 +181,15 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     const bench::Options options({QStringLiteral("engine"), QStringLiteral("url"),
                                   QStringLiteral("count"), QStringLiteral("size"),
-                                  QStringLiteral("directory"), QStringLiteral("read-buffer")});
+                                  QStringLiteral("directory"), QStringLiteral("read-buffer"),
+                                  QStringLiteral("authority"), QStringLiteral("hash")});
     bench::dropMessages();
-    const Job job{options.text(QStringLiteral("url")), int(options.number(QStringLiteral("count"))),
-                  options.number(QStringLiteral("size")), options.text(QStringLiteral("directory")),
-                  options.number(QStringLiteral("read-buffer"))};
-    const Times times = options.isLibrary() ? downloadWithLibrary(job) : BareDownloads(job).run();
+    const Job job{
+        options.text(QStringLiteral("url")),           int(options.number(QStringLiteral("count"))),
+        options.number(QStringLiteral("size")),        options.text(QStringLiteral("directory")),
+        options.number(QStringLiteral("read-buffer")), options.text(QStringLiteral("authority")),
+        options.text(QStringLiteral("hash"))};
+    const Times times = run(options.text(QStringLiteral("engine")), job);
     bench::print({{QStringLiteral("seconds"), times.downloaded},
                   {QStringLiteral("secondsWithCopy"), times.finished},
                   {QStringLiteral("count"), times.files}});

@@ -1,5 +1,7 @@
 """Who takes part in the benchmarks, and the command with which each does its work."""
 
+from dataclasses import replace
+
 PARALLEL = 5
 
 
@@ -24,6 +26,20 @@ def _engine(engine):
         return [work.program] + [f"--{name}={value}" for name, value in options.items()]
 
     return command
+
+
+def _strict(work, **more):
+    return _engine("strict")(replace(work, options={
+        **work.options, "authority": work.directory / "server.crt", **more}))
+
+
+def _strict_hash(work):
+    return _strict(work, hash=work.digest())
+
+
+def _sha256(work):
+    return _engine("sha256")(replace(work, options={
+        "url": work.source, "count": 1, "size": 0, "directory": work.directory}))
 
 
 def _libcurl(work):
@@ -72,6 +88,9 @@ def _aria2(work):
 
 COMMANDS = {
     "library": _engine("library"),
+    "strict": _strict,
+    "strict-hash": _strict_hash,
+    "sha256": _sha256,
     "manager": _engine("manager"),
     "libcurl": _libcurl,
     "curl": _curl,

@@ -9,7 +9,7 @@ import sys
 from pathlib import Path
 from statistics import median
 
-from cases import Bench, all_cases, content_sizes
+from cases import ALL, STRICT, Bench, all_cases, content_sizes
 from participants import COMMANDS
 
 QUEUE_STEPS = ("add", "refuse", "abort", "abortList")
@@ -51,7 +51,7 @@ def timing(bench, case, participant, output, wall):
         steps = json.loads(output)
         return {"seconds": sum(steps[step] for step in QUEUE_STEPS),
                 **{step: steps[step] for step in QUEUE_STEPS}}
-    if participant in ("library", "manager", "libcurl"):
+    if participant in ("library", "manager", "libcurl", *STRICT):
         times = json.loads(output)
         return {name: times[name] for name in ("seconds", "secondsWithCopy") if name in times}
     if participant == "curl" and case.kind == "files":
@@ -97,7 +97,7 @@ def summarize(bench, case, runs):
         cpu = median(run["cpu"] for run in each)
         row = {"seconds": seconds, "rate": bench.amount(case) / seconds,
                "cpu": cpu / bench.amount(case), "memory": median(run["memory"] for run in each)}
-        for reference in ("curl", "manager"):
+        for reference in ("curl", "manager", "library"):
             if reference in good:
                 row[f"of-{reference}"] = ratio(each, good[reference], "seconds")
                 row[f"cpu-of-{reference}"] = 1 / ratio(each, good[reference], "cpu")
@@ -113,7 +113,7 @@ def summarize(bench, case, runs):
 def show(summary):
     print(f"\n{summary['title']}")
     for name, row in summary["rows"].items():
-        print(f"  {name:8}  " + (describe(summary["kind"], row) if "void" not in row else "void"))
+        print(f"  {name:11}  " + (describe(summary["kind"], row) if "void" not in row else "void"))
     sys.stdout.flush()
 
 
@@ -126,6 +126,7 @@ def describe(kind, row):
         text = f"{row['rate']:8.0f} /s    {row['cpu'] * 1e6:6.0f} CPU us each"
     text += f"  {row['memory'] / 1e6:6.0f} MB"
     for key, title in (("of-curl", "of curl"), ("of-manager", "of manager"),
+                       ("of-library", "of library"),
                        ("with-copy-of-curl", "of curl && cp"),
                        ("cpu-of-manager", "of the manager's CPU")):
         if key in row:
@@ -144,12 +145,12 @@ def growths(cases):
 def write_plot_data(results, path):
     """A line for each case that curl takes part in, its ratios in the order of the participants."""
     with path.open("w") as data:
-        data.write("case " + " ".join(COMMANDS) + "\n")
+        data.write("case " + " ".join(ALL) + "\n")
         for summary in results["cases"].values():
             rows = summary["rows"]
             if "of-curl" not in rows.get("library", {}):
                 continue
-            ratios = (str(rows.get(name, {}).get("of-curl", "NaN")) for name in COMMANDS)
+            ratios = (str(rows.get(name, {}).get("of-curl", "NaN")) for name in ALL)
             data.write(f'"{summary["title"]}" ' + " ".join(ratios) + "\n")
 
 

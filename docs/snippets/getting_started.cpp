@@ -10,21 +10,25 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 3) {
-        qCritical("Usage: getting_started HOST PORT");
+    if (arguments.size() != 3 && arguments.size() != 4) {
+        qCritical("Usage: getting_started HOST PORT [AUTHORITY.pem]");
         return 2;
     }
 
-    TarvisNet client;
+    TransferPolicy policy = TransferPolicy::strict();
+    if (arguments.size() == 4)
+        policy.setCaCertificates(QSslCertificate::fromPath(arguments.at(3)));
+    TarvisNet client(policy);
     client.setServerHost(arguments.at(1));
     client.setServerPort(arguments.at(2));
-    client.setIndexPath("/index.json"); // for example {"path": "/files/atlas.bin", "size": 1048576}
+    client.setIndexPath("/index.json");
 
     QObject::connect(&client, &TarvisNet::s_fetchIndex, &client,
                      [&client](const QJsonDocument &index) {
                          const QString path = index["path"].toString();
                          const auto size = qulonglong(index["size"].toDouble());
-                         client.fetchBinary(path, QFileInfo(path).fileName(), size);
+                         const QString hash = index["sha256"].toString();
+                         client.fetchBinary(path, QFileInfo(path).fileName(), size, hash);
                      });
     QObject::connect(&client, &TarvisNet::s_downloadFileProgress, &client,
                      [](double percentage) { qInfo("%.0f %%", percentage); });
@@ -33,8 +37,8 @@ int main(int argc, char *argv[])
         QCoreApplication::quit();
     });
     QObject::connect(&client, &TarvisNet::s_errorChanged, &client,
-                     [](short code, const QString &url) {
-                         qCritical() << "Error" << code << url;
+                     [](short code, const QString &url, const QJsonDocument &explanation) {
+                         qCritical() << "Error" << code << url << explanation["reason"].toString();
                          QCoreApplication::exit(1);
                      });
 
