@@ -14,6 +14,15 @@ QString urlText(const QNetworkReply *reply)
     return reply ? reply->url().toString() : QString();
 }
 
+QUrl serverOf(const QUrl &url)
+{
+    QUrl server;
+    server.setScheme(url.scheme());
+    server.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
+    server.setPort(url.port(-1));
+    return server;
+}
+
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply)
 {
     if (!reply)

@@ -20,6 +20,9 @@ int httpStatus(const QNetworkReply *reply);
 /// The URL as results and errors carry it; empty for a null reply.
 QString urlText(const QNetworkReply *reply);
 
+/// Scheme, host and port of \a url.
+QUrl serverOf(const QUrl &url);
+
 /// Where the server sends us instead, if it does. A redirect without a target gives an empty URL.
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply);
 

@@ -26,13 +26,15 @@ bool hasPath(const Transfer &transfer, const QString &path)
 void TarvisNetPrivate::noteActivity(QNetworkReply *reply)
 {
     const int idleMsec = rules->limits().idleMsec;
-    if (rules->isolatesFailures() && remotePing->isRunnig() && isProbed(reply->url()))
-        remotePing->timeoutRestart();
-    if (idleMsec <= 0)
+    if (idleMsec <= 0 && !rules->isolatesFailures())
         return;
     const auto transfer = transfers.find(reply);
+    if (transfer == transfers.end())
+        return;
+    if (rules->isolatesFailures() && transfer->server == remotePing->getUrl())
+        remotePing->timeoutRestart();
     // While a file is checked nothing arrives any more.
-    if (transfer != transfers.end() && !isBeingChecked(reply))
+    if (idleMsec > 0 && !isBeingChecked(reply))
         transfer->idleEnd.setRemainingTime(idleMsec);
 }
 
@@ -65,8 +67,11 @@ void TarvisNetPrivate::tick()
     for (const Transfer &transfer : qAsConst(transfers))
         wakeAt(deadlineOf(transfer));
     // What is due and finds no place is sent when one becomes free, and may run out of time before.
-    for (const auto &[due, transfer] : waiting)
+    for (const auto &[due, transfer] : waiting) {
         wakeAt(due.hasExpired() ? transfer.end : due);
+        if (!due.hasExpired())
+            break;
+    }
 }
 
 QList<QPointer<QNetworkReply>> TarvisNetPrivate::expiredReplies() const

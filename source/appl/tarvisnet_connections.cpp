@@ -9,15 +9,6 @@
 /// Getting rid of connections that may carry the answer to somebody else's request: after an
 /// interim answer, which Qt takes for the final one, the final one is taken for the next request's.
 
-namespace {
-
-bool isSameServer(const QUrl &left, const QUrl &right)
-{
-    return left.scheme() == right.scheme() && left.authority() == right.authority();
-}
-
-} // namespace
-
 void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
 {
     const ActiveCall call(q, manager);
@@ -36,12 +27,12 @@ void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
 QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply) const
 {
     QList<QPointer<QNetworkReply>> suspects = {reply};
-    for (auto other = transfers.keyBegin(); other != transfers.keyEnd(); ++other) {
-        const QNetworkReply &candidate = **other;
+    const QUrl server = transfers.value(reply).server;
+    for (auto other = transfers.cbegin(); other != transfers.cend(); ++other) {
+        const QNetworkReply &candidate = *other.key();
         if (candidate.isRunning() && candidate.manager() == reply->manager()
-            && replyinfo::httpStatus(&candidate) == 0
-            && isSameServer(candidate.url(), reply->url())) {
-            suspects.append(*other);
+            && replyinfo::httpStatus(&candidate) == 0 && other->server == server) {
+            suspects.append(other.key());
         }
     }
     return suspects;

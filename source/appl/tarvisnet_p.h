@@ -226,13 +226,11 @@ struct TarvisNetPrivate {
     /// Has the probe's peers checked if the rules ask for it.
     void guardProbe() const;
     /// Starts the probe beside a request that is to be watched.
-    void probeServer(const QUrl &url, const QString &replyType);
+    void probeServer(const QUrl &server, const QString &replyType);
     /// The probe got no answer: so has no request to that server.
     void expireProbed();
     /// Stops a running probe. The signal's receivers may do anything.
     void stopPing() const;
-    /// Whether the probe asks the server of \a url.
-    bool isProbed(const QUrl &url) const;
 
     /// @}
     /// \name Files

@@ -109,8 +109,11 @@ void TarvisNetPrivate::fail(const Transfer &transfer, short code, const char *re
 {
     const ActiveCall call(q, manager);
     report(failureOf(transfer, nullptr, code, reason));
-    if (!call.ownerGone())
-        placeFreed();
+    if (call.ownerGone())
+        return;
+    // Later: it may be one of many that cannot be sent at all, and the next one starts within.
+    QMetaObject::invokeMethod(
+        q, [this] { placeFreed(); }, Qt::QueuedConnection);
 }
 
 Failure TarvisNetPrivate::failureOf(const Transfer &transfer, const QNetworkReply *reply,

@@ -5,22 +5,13 @@
 
 namespace {
 
-QUrl serverOf(const QUrl &url)
-{
-    QUrl server;
-    server.setScheme(url.scheme());
-    server.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
-    server.setPort(url.port(-1));
-    return server;
-}
-
 /// The probe's port is a number of 16 bits with a sign: who has always been asked at a port beyond
 /// 32767 is nobody.
-void setTraditionalTarget(RemotePing &ping, const QUrl &url)
+void setTraditionalTarget(RemotePing &ping, const QUrl &server)
 {
-    ping.setScheme(url.scheme());
-    ping.setHost(url.host(QUrl::FullyDecoded));
-    ping.setPort(short(url.port(-1)));
+    ping.setScheme(server.scheme());
+    ping.setHost(server.host(QUrl::FullyDecoded));
+    ping.setPort(short(server.port(-1)));
 }
 
 } // namespace
@@ -52,25 +43,22 @@ void TarvisNetPrivate::guardProbe() const
     };
     QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
     const auto listen = [this, isProbes](QNetworkReply *reply) {
-        if (isProbes(reply) && replyinfo::httpStatus(reply) != 0 && isProbed(reply->url()))
+        if (isProbes(reply) && replyinfo::httpStatus(reply) != 0
+            && replyinfo::serverOf(reply->url()) == remotePing->getUrl()) {
             remotePing->timeoutRestart();
+        }
     };
     if (rules->isolatesFailures())
         QObject::connect(manager.data(), &QNetworkAccessManager::finished, q, listen);
-}
-
-bool TarvisNetPrivate::isProbed(const QUrl &url) const
-{
-    return serverOf(url) == remotePing->getUrl();
 }
 
 void TarvisNetPrivate::expireProbed()
 {
     const ActiveCall call(q, manager);
     QList<QPointer<QNetworkReply>> probed;
-    for (auto reply = transfers.keyBegin(); reply != transfers.keyEnd(); ++reply) {
-        if ((*reply)->isRunning() && isProbed((*reply)->url()))
-            probed.append(*reply);
+    for (auto transfer = transfers.cbegin(); transfer != transfers.cend(); ++transfer) {
+        if (transfer.key()->isRunning() && transfer->server == remotePing->getUrl())
+            probed.append(transfer.key());
     }
     stopPing();
     for (const QPointer<QNetworkReply> &reply : qAsConst(probed)) {
@@ -81,15 +69,15 @@ void TarvisNetPrivate::expireProbed()
     }
 }
 
-void TarvisNetPrivate::probeServer(const QUrl &url, const QString &replyType)
+void TarvisNetPrivate::probeServer(const QUrl &server, const QString &replyType)
 {
     const bool wanted = pingAlwaysOn || replyinfo::isFileKind(replyType);
     if (!wanted || remotePing->isRunnig())
         return;
     if (rules->isolatesFailures())
-        remotePing->setUrl(serverOf(url));
+        remotePing->setUrl(server);
     else
-        setTraditionalTarget(*remotePing, url);
+        setTraditionalTarget(*remotePing, server);
     Q_EMIT q->s_startPing(-1);
 }
 

@@ -51,6 +51,7 @@ void TarvisNetPrivate::attempt(Transfer transfer)
     if (!prepareFile(transfer))
         return;
     ++transfer.attempts;
+    transfer.server = replyinfo::serverOf(transfer.request.url());
     const ReplyData record = transfer.record;
     QNetworkReply *reply = send(transfer);
     if (!file(reply, transfer))
@@ -64,7 +65,7 @@ void TarvisNetPrivate::attempt(Transfer transfer)
     noteActivity(reply);
     wakeAt(transfers.value(reply).idleEnd);
     wakeAt(transfer.end);
-    probeServer(transfer.request.url(), record.replyType);
+    probeServer(transfer.server, record.replyType);
 }
 
 bool TarvisNetPrivate::file(QNetworkReply *reply, Transfer transfer)

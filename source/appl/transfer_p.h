@@ -27,6 +27,8 @@ struct Transfer {
     /// What is sent: what was asked, until a redirect leads elsewhere.
     QNetworkRequest request;
     QByteArray body;
+    /// Who is asked: the URL without its path.
+    QUrl server;
     bool isGet = true;
     /// Whether sending it once more does no harm.
     bool isRepeatable = true;
