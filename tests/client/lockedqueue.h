@@ -9,12 +9,17 @@
 #include <thread>
 
 /// Keeps the queue of a client locked from another thread: that one is held in the middle of adding
-/// a request, which stays pending. What the client said of that is forgotten.
+/// a request, which stays pending. What the bench has heard of that is forgotten.
 class LockedQueue {
 public:
     LockedQueue(ClientBench &bench, const ReplyData &pending)
+        : LockedQueue(bench.client, pending)
     {
-        TarvisNet *const client = bench.client;
+        bench.forget();
+    }
+
+    LockedQueue(TarvisNet *client, const ReplyData &pending)
+    {
         const auto hold = [this, client] {
             if (QThread::currentThread() == client->thread())
                 return;
@@ -27,7 +32,6 @@ public:
                                       Q_ARG(ReplyData, pending));
         });
         m_locked.acquire();
-        bench.forget();
     }
 
     ~LockedQueue()

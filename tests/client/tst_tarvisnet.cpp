@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "operations.h"
 
+#include <QtCore/QChildEvent>
 #include <QtCore/QSysInfo>
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QSslSocket>
@@ -37,6 +38,22 @@ void noteProtocol(QtMsgType, const QMessageLogContext &, const QString &text)
     protocolWhenLogged.insert(text, QSslConfiguration::defaultConfiguration().protocol());
 }
 
+/// A client from the first step of its construction on, and what it says of its ping time-out when
+/// a message is logged.
+QObject *clientInTheMaking = nullptr;
+QHash<QString, int> timeoutWhenLogged;
+
+class EarlyParent : public QObject {
+protected:
+    void childEvent(QChildEvent *event) override { clientInTheMaking = event->child(); }
+};
+
+void noteTimeout(QtMsgType, const QMessageLogContext &, const QString &text)
+{
+    if (const auto *client = qobject_cast<TarvisNet *>(clientInTheMaking))
+        timeoutWhenLogged.insert(text, client->getPingTimeout());
+}
+
 } // namespace
 
 /// A client's beginning and end, and what it does to the process.
@@ -50,6 +67,7 @@ private Q_SLOTS:
 
     void logsConstruction();
     void constructsInOrder();
+    void hasNoPingTimeoutBeforeItsProbe();
     void installsSslConfiguration();
     void sendsSslConfiguration_data() { operations::addRows(); }
     void sendsSslConfiguration();
@@ -96,6 +114,16 @@ void tst_TarvisNet::constructsInOrder()
     QCOMPARE(protocolWhenLogged.value("RemotePing ctor", QSsl::UnknownProtocol), QSsl::TlsV1_2);
     QCOMPARE(protocolWhenLogged.value("TarvisNet ctor.", QSsl::UnknownProtocol),
              QSsl::TlsV1_0OrLater);
+}
+
+void tst_TarvisNet::hasNoPingTimeoutBeforeItsProbe()
+{
+    const QtMessageHandler before = qInstallMessageHandler(noteTimeout);
+    EarlyParent parent;
+    const TarvisNet *const client = new TarvisNet(&parent);
+    qInstallMessageHandler(before);
+    QCOMPARE(timeoutWhenLogged.value("RemotePing ctor", -1), 0);
+    QCOMPARE(timeoutWhenLogged.value("TarvisNet ctor.", -1), client->getPingTimeout());
 }
 
 void tst_TarvisNet::installsSslConfiguration()

@@ -1,10 +1,6 @@
-#include "answers.h"
+#include "fakereply.h"
 #include "files.h"
-#include "logcapture.h"
-#include "signalrecorder.h"
-
-#include <tarvisnet/errorcodes.h>
-#include <tarvisnet/tarvisnet.h>
+#include "lockedqueue.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
@@ -23,6 +19,13 @@ struct Bench {
         TransferPolicy policy;
         policy.setErrorsExplained(isExplained);
         makeClient(policy);
+    }
+
+    /// Calls a slot that only the meta-object shows.
+    void call(const char *slot, const QGenericArgument &argument = QGenericArgument()) const
+    {
+        if (!QMetaObject::invokeMethod(client.data(), slot, Qt::DirectConnection, argument))
+            qFatal("the client has no slot %s", slot);
     }
 
     void makeClient(const TransferPolicy &policy)
@@ -171,19 +174,59 @@ void tst_TarvisNetExplained::tells_data()
             bench.client->rawGet(bench.server.url("/a"));
             bench.client->rawGet(bench.server.url("/a"));
         });
-    row("probe", -203, {{"reason", "The server does not answer."}}, [](Bench &bench) {
-        QMetaObject::invokeMethod(bench.client.data(), "pingTimeout", Qt::DirectConnection);
-    });
+    row("queue locked", -219, {{"reason", "Another thread held the queue for too long."}},
+        [](Bench &bench) {
+            bench.client->setStopProcess(true);
+            const QUrl url = bench.server.url("/a");
+            const LockedQueue locked(bench.client.data(),
+                                     clientaccess::record(replies::raw_get, url));
+            bench.client->forceRawGet(url);
+        });
+    row("probe", -203, {{"reason", "The server does not answer."}},
+        [](const Bench &bench) { bench.call("pingTimeout"); });
+    row("key not pinned", -222,
+        {{"reason", "The server is not one to trust, or the handshake failed."}}, [](Bench &bench) {
+            TransferPolicy policy;
+            policy.setPinnedKeys({QByteArray(32, 'x')});
+            policy.setErrorsExplained(true);
+            bench.makeClient(policy);
+            bench.client->rawGet(bench.tlsServer.url("/a"));
+        });
+    row("TLS errors without one", -201, {{"reason", "Qt reported TLS errors, but named none."}},
+        [](const Bench &bench) {
+            bench.call("replySslErrors", Q_ARG(QList<QSslError>, QList<QSslError>()));
+        });
+    row("file not opened", -210, {{"reason", "The file of the download cannot be opened."}},
+        [](const Bench &bench) {
+            bench.client->setInstallerFileSize(1000);
+            bench.client->setInstallerFileName(bench.directory.filePath("missing/setup"));
+            FakeReply reply;
+            bench.call("saveInstaller", Q_ARG(QNetworkReply *, &reply));
+        });
+    // Without a reply there is no sentence of Qt's.
+    const auto ofNoReply = [&row](const char *name, int code, QNetworkReply::NetworkError error,
+                                  const char *sentence) {
+        row(name, code, {{"reason", sentence}}, [error](const Bench &bench) {
+            bench.call("replyError", Q_ARG(QNetworkReply::NetworkError, error));
+        });
+    };
+    ofNoReply("no reply, credentials", -213, QNetworkReply::AuthenticationRequiredError,
+              "The server asks for credentials.");
+    ofNoReply("no reply, unknown", -216, QNetworkReply::UnknownNetworkError,
+              "Qt knows of a failure, but not of which.");
+    ofNoReply("no reply, no content", -217, QNetworkReply::ContentNotFoundError,
+              "The server does not have the content.");
+    ofNoReply("no reply, faulty request", -220, QNetworkReply::ProtocolInvalidOperationError,
+              "The server finds the request faulty.");
+    ofNoReply("no reply, handshake", -222, QNetworkReply::SslHandshakeFailedError,
+              "The server is not one to trust, or the handshake failed.");
     row("unknown kind", -215,
         {{"reason", "An answer came that belongs to no request that is handled."},
          {"httpStatus", 200}},
         [](Bench &bench) {
             bench.server.on("/a", answers::status(200));
-            ReplyData record;
-            record.replyType = "neverHeardOf";
-            record.request.setUrl(bench.server.url("/a"));
-            QMetaObject::invokeMethod(bench.client.data(), "addRequest", Qt::DirectConnection,
-                                      Q_ARG(ReplyData, record));
+            const QUrl url = bench.server.url("/a");
+            bench.call("addRequest", Q_ARG(ReplyData, clientaccess::record("neverHeardOf", url)));
         });
 }
 

@@ -1,15 +1,11 @@
-#include "answers.h"
-#include "logcapture.h"
-#include "signalrecorder.h"
-
-#include <tarvisnet/tarvisnet.h>
+#include "clientbench.h"
 
 #include <QtCore/QCryptographicHash>
-#include <QtNetwork/QNetworkAccessManager>
-#include <QtNetwork/QNetworkCookieJar>
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QSslKey>
 #include <QtTest/QTest>
+
+using namespace clientaccess;
 
 Q_DECLARE_METATYPE(ScriptedServer::Certificate)
 
@@ -52,12 +48,14 @@ private Q_SLOTS:
     void requests_data();
     void requests();
     void everyRequestIsRefused();
+    void logsWhyItRefuses();
     void oldProtocolsAreRefused_data();
     void oldProtocolsAreRefused();
     void probe_data();
     void probe();
     void processIsLeftAlone();
     void processDoesNotWeakenIt();
+    void settingsAreItsOwn();
     void emptyPolicyIsTheTraditionalClient();
     void logsNameOneConstructor();
 
@@ -153,6 +151,19 @@ void tst_TarvisNetPeers::everyRequestIsRefused()
     QCOMPARE(server.requests().size(), 0);
 }
 
+void tst_TarvisNetPeers::logsWhyItRefuses()
+{
+    const ScriptedServer server(ScriptedServer::Mode::Https);
+    TarvisNet client(pinned(TransferPolicy(), {QByteArray(32, 'x')}));
+    SignalRecorder recorder(&client, {"s_errorChanged"});
+    client.rawGet(server.url());
+    QVERIFY(recorder.waitFor("s_errorChanged"));
+    const QString name = quoted(certificate("server").subjectDisplayName());
+    QVERIFY(m_log->contains(
+        QtWarningMsg,
+        line({"Key not pinned", name, name, "abort", quoted(server.url().toString())})));
+}
+
 void tst_TarvisNetPeers::oldProtocolsAreRefused_data()
 {
     QTest::addColumn<int>("protocol");
@@ -197,9 +208,7 @@ void tst_TarvisNetPeers::probe()
     ScriptedServer server(ScriptedServer::Mode::Https);
     server.onRequest(answers::json({}));
     TarvisNet client(policy);
-    auto *manager = qobject_cast<QNetworkAccessManager *>(client.getCoockies()->parent());
-    QVERIFY(manager);
-    QNetworkReply *reply = manager->get(QNetworkRequest(server.url()));
+    QNetworkReply *reply = managerOf(client)->get(QNetworkRequest(server.url()));
     SignalRecorder recorder(reply, {"finished"});
     QVERIFY(recorder.waitFor("finished"));
     QCOMPARE(reply->error() == QNetworkReply::NoError, isAnswered);
@@ -222,6 +231,25 @@ void tst_TarvisNetPeers::processDoesNotWeakenIt()
     client.rawGet(server.url());
     QVERIFY(recorder.waitFor("s_errorChanged"));
     QCOMPARE(server.requests().size(), 0);
+}
+
+// Whatever the process has set before.
+void tst_TarvisNetPeers::settingsAreItsOwn()
+{
+    QSslConfiguration installed = m_default;
+    installed.setProtocol(QSsl::TlsV1_0OrLater);
+    installed.setPeerVerifyMode(QSslSocket::VerifyNone);
+    installed.setPeerVerifyDepth(1);
+    installed.setCaCertificates({certificate("server")});
+    QSslConfiguration::setDefaultConfiguration(installed);
+    const ScriptedServer server(ScriptedServer::Mode::Https);
+    TarvisNet client(TransferPolicy::strict());
+    client.rawGet(server.url());
+    const QSslConfiguration sent = repliesOf(client).constFirst()->request().sslConfiguration();
+    QCOMPARE(sent.protocol(), QSsl::TlsV1_2OrLater);
+    QCOMPARE(sent.peerVerifyMode(), QSslSocket::VerifyPeer);
+    QCOMPARE(sent.peerVerifyDepth(), 0);
+    QCOMPARE(sent.caCertificates(), QSslConfiguration::systemCaCertificates());
 }
 
 void tst_TarvisNetPeers::emptyPolicyIsTheTraditionalClient()

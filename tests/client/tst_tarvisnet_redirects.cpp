@@ -2,6 +2,7 @@
 #include "fakereply.h"
 #include "files.h"
 
+#include <QtNetwork/QNetworkCookie>
 #include <QtTest/QTest>
 
 using namespace clientaccess;
@@ -47,6 +48,16 @@ const QString notFound = "warning: <TarvisNet::handleReply> Direct reply NOT fou
 /// What a hop that the application queues calls the reply that it comes from.
 enum class Source { None, Unknown, Running };
 
+/// Logs when a request is about to be sent.
+class LoggingJar : public QNetworkCookieJar {
+public:
+    QList<QNetworkCookie> cookiesForUrl(const QUrl &url) const override
+    {
+        qDebug("sending %s", qPrintable(url.path()));
+        return {};
+    }
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(Source)
@@ -64,9 +75,11 @@ private Q_SLOTS:
     void removesFromTheFirstToTheLast();
     void unwindsQueuedRecords_data();
     void unwindsQueuedRecords();
+    void sourceIsGone_data();
     void sourceIsGone();
     void followsUnknownReplies();
     void tellsWhetherARedirectWasSent();
+    void saysSoOnceItIsSent();
     void finishesACompleteBinary();
     void failedChainKeepsItsPlaces();
     void abortEndsALoop();
@@ -205,15 +218,26 @@ void tst_TarvisNetRedirects::unwindsQueuedRecords()
                                        : QVariantList());
 }
 
+void tst_TarvisNetRedirects::sourceIsGone_data()
+{
+    QTest::addColumn<bool>("isDeleted");
+    QTest::newRow("deleted") << true;
+    QTest::newRow("about to be deleted") << false;
+}
+
 void tst_TarvisNetRedirects::sourceIsGone()
 {
+    QFETCH(const bool, isDeleted);
     RedirectBench bench;
     bench.redirect("/first", "/held");
     bench.get({"/first"});
     QVERIFY(bench.server.waitForRequests(2));
     bench.call("removeReply", bench.replies().constFirst());
     bench.forget();
-    bench.held.send(200);
+    if (isDeleted)
+        bench.held.send(200);
+    else
+        Q_EMIT bench.replies().constLast()->finished();
     QVERIFY(bench.recorder.waitFor(removed));
 
     QCOMPARE(bench.messages(), QStringList({finished, notFound}));
@@ -254,6 +278,19 @@ void tst_TarvisNetRedirects::tellsWhetherARedirectWasSent()
     QVERIFY(isSent(&reply));
     QCOMPARE(bench.replies().size(), 1);
     QCOMPARE(reply.abortCalls(), 0);
+}
+
+void tst_TarvisNetRedirects::saysSoOnceItIsSent()
+{
+    LoggingJar jar;
+    RedirectBench bench;
+    bench.client->setCookies(&jar);
+    bench.redirect("/first", "/held");
+    bench.get({"/first"});
+    QVERIFY(bench.server.waitForRequests(2));
+    const QStringList texts = bench.log.texts();
+    QCOMPARE(texts.mid(texts.indexOf("sending /held")),
+             QStringList({"sending /held", "<TarvisNet::redirectReply> redirect send."}));
 }
 
 // The bytes of the target are not saved, so that only what is there already can be the file.

@@ -18,6 +18,7 @@ class tst_RemotePingCount : public QObject {
 private Q_SLOTS:
     void startAndStop();
     void flagIsSetBeforeTheSignals();
+    void stopsTheTimerFirst();
     void startsAgainWhileRunning();
     void countRule_data();
     void countRule();
@@ -61,6 +62,19 @@ void tst_RemotePingCount::flagIsSetBeforeTheSignals()
     bench.ping->start();
     bench.ping->stop();
     QCOMPARE(seen, QStringList({"1 Ping start", "0 Ping stop"}));
+}
+
+// Whoever hears that a reply is aborted may run an event loop: no ping is sent from there.
+void tst_RemotePingCount::stopsTheTimerFirst()
+{
+    PingBench bench;
+    bench.ping->start();
+    bench.tick();
+    QList<bool> active;
+    connect(bench.manager->last().reply, &QNetworkReply::errorOccurred, this,
+            [&] { active.append(bench.timer()->isActive()); });
+    bench.ping->stop();
+    QCOMPARE(active, QList<bool>{false});
 }
 
 void tst_RemotePingCount::startsAgainWhileRunning()

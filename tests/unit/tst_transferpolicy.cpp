@@ -49,6 +49,7 @@ private Q_SLOTS:
     void strict();
     void properties_data();
     void properties();
+    void leavesTheStreamAsItWas();
     void copiesAreIndependent();
     void travelsInVariants();
 };
@@ -129,6 +130,17 @@ void tst_TransferPolicy::properties()
     QFETCH(const QString, difference);
     QCOMPARE(text(policy), writtenWith(difference));
     QCOMPARE(TarvisNet(policy).transferPolicy(), policy);
+}
+
+// The stream puts blanks between its items again, or none where it did not before.
+void tst_TransferPolicy::leavesTheStreamAsItWas()
+{
+    QString spaced;
+    QDebug(&spaced) << TransferPolicy() << 1 << 2;
+    QCOMPARE(spaced.trimmed(), text(TransferPolicy()) + " 1 2");
+    QString dense;
+    QDebug(&dense).nospace() << TransferPolicy() << 1 << 2;
+    QCOMPARE(dense, text(TransferPolicy()) + "12");
 }
 
 void tst_TransferPolicy::copiesAreIndependent()
