@@ -13,7 +13,7 @@ function(tarvisnet_add_test name)
         set(library TarvisNet::TarvisNet)
     endif()
     if(NOT arg_TIMEOUT)
-        set(arg_TIMEOUT 120)
+        set(arg_TIMEOUT 240)
     endif()
 
     add_executable(${name} ${name}.cpp)
