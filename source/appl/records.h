@@ -113,7 +113,8 @@ struct TARVISNET_EXPORT FileData {
     QString filePath;
     /// Path that the download writes to until it is complete, see general::temp_file_suffix.
     QString tempFilePath;
-    /// Hash text that the caller expects; empty when there is none. The library only carries it.
+    /// Hash text that the caller expects; empty when there is none. The library only carries it,
+    /// unless TransferPolicy::filesChecked() has it checked.
     QString hash;
     /// Size of the complete file in bytes; 0 means unknown.
     quint64 size = 0;

@@ -38,6 +38,10 @@ struct TarvisNetPrivate;
 /// (QSslConfiguration::setDefaultConfiguration()): TLS 1.0 or later, peers not verified. It
 /// outlives the client. With TransferPolicy::peersVerified() it does not.
 ///
+/// What is said here holds for a client without a policy. Where a property of TransferPolicy makes
+/// it otherwise, that is said at the property; a client that is made with TransferPolicy::strict()
+/// verifies its peers, checks its files and redirects, isolates failures and tries again.
+///
 /// Redirects are followed with a GET to the target exactly as the server gives it, however many
 /// there are, and the result carries the URL of the first request. A failure carries the URL that
 /// failed, and each redirect that led to it keeps a place among the requests in flight as long as
@@ -207,7 +211,8 @@ Q_SIGNALS:
 
     /// Something failed. \a _errCode is one of errorcodes, \a _url the text of the URL that it
     /// concerns (it may be empty), \a _data what the server said about it if the answer's body was
-    /// JSON, otherwise a null document.
+    /// JSON, otherwise a null document. With TransferPolicy::errorsExplained() it is an object that
+    /// tells what happened.
     void s_errorChanged(short _errCode, QString _url = QString(),
                         QJsonDocument _data = QJsonDocument());
     /// Bytes arrived: they are \a percentage (0 to 100) of the expected size. Without an expected
@@ -220,7 +225,8 @@ Q_SIGNALS:
     /// \a _total, which is 0 for requests other than a binary download. Emitted right before
     /// s_downloadFileProgress().
     void s_downloadFileBytesProgress(qlonglong _send, qlonglong _total, QString _url = QString());
-    /// A binary download ended and its file is in place, or an installer download ended.
+    /// A binary download ended and its file is in place, or an installer download ended; with
+    /// TransferPolicy::filesChecked() either file is in place, and right.
     void s_finished(QString _url);
     /// A request in flight was aborted: by abortDownload(), which the client calls itself after a
     /// time-out of the probe and after most network errors, by a certificate that is not accepted,
@@ -286,8 +292,9 @@ public Q_SLOTS:
     /// Ends in s_fetchInstallerChangeLogData().
     void fetchInstallerChangeLog(QString _changeLogPath = QString());
     void fetchInstallerChangeLog(QUrl _url); ///< The same for any server.
-    /// Ends in s_finished(). The body is not saved. While the configured installer path is empty
-    /// the argument is ignored and the direct installer URL is asked for.
+    /// Ends in s_finished(). The body is not saved unless TransferPolicy::filesChecked() asks for
+    /// it; then it is, to getInstallerFileName(). While the configured installer path is empty the
+    /// argument is ignored and the direct installer URL is asked for.
     void fetchInstaller(QString _installerPath = QString());
     void fetchInstaller(QUrl _url); ///< The same for any server; the configured path plays no part.
 
@@ -306,6 +313,9 @@ public Q_SLOTS:
     /// is written, whole, while the file is shorter, so with 0 nothing is. The finished file is not
     /// compared with it, and a full disk, too, ends in s_finished() with a short file. \a _hash is
     /// only carried.
+    ///
+    /// With TransferPolicy::filesChecked() all of this is otherwise: the size may be unknown, the
+    /// hash is checked, and only a file that is right takes the place of what is at \a _savePath.
     void fetchBinary(QString _urlPath, QString _savePath = QString(), qulonglong _size = 0,
                      QString _hash = QString());
     /// The same for any server.
@@ -354,7 +364,8 @@ public Q_SLOTS:
     /// \name Aborting
     /// @{
 
-    /// Drops every pending request whose URL has the path \a _fileUrl, silently, and aborts the
+    /// Drops every pending request whose URL has the path \a _fileUrl, silently unless
+    /// TransferPolicy::failuresIsolated() has each end with s_aborted(), and aborts the
     /// first request in flight that has it, with s_aborted(). An empty text aborts the first
     /// request in flight, whichever it is. At most one request is aborted by a call.
     void abortDownload(QString _fileUrl = QString());
