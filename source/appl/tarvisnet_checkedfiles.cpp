@@ -104,6 +104,9 @@ void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
     case CheckedFile::Verdict::AskAfresh:
         sendAgain(reply);
         return;
+    case CheckedFile::Verdict::BrokenOff:
+        perform(rules->stepAfterBreak(transfers.value(reply)), reply);
+        return;
     case CheckedFile::Verdict::WriteFailed:
         fail(reply, errorcodes::file_write_failed, "The disk does not take the file.");
         return;
