@@ -142,6 +142,7 @@ CheckedFile::Verdict CheckedFile::beginWith(const resumepoint::Answer &answer)
     const qint64 size = m_question.size;
     const qint64 total = size == resumepoint::unknown ? answer.length : size;
     m_question = {0, size, total, resumepoint::validatorOf(answer)};
+    m_isAnnounced = answer.length != resumepoint::unknown;
     m_isResumed = false;
     const ResumePoint point{m_url, m_data.size, m_data.hash, m_question.validator, total};
     if (!empty() || !resumepoint::write(companionPath(m_data.tempFilePath), point))
@@ -153,6 +154,7 @@ CheckedFile::Verdict CheckedFile::goOn()
 {
     if (!m_file->isInPlace() || m_file->size() < m_question.offset)
         return askAfresh();
+    m_isAnnounced = true;
     m_isResumed = true;
     if (!truncate(m_question.offset))
         return Verdict::WriteFailed;

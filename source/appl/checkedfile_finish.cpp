@@ -20,7 +20,8 @@ void CheckedFile::finish(QNetworkReply *reply, Done done)
     Verdict verdict = take(reply);
     const qint64 total = m_question.total;
     if (verdict == Verdict::Good && total != resumepoint::unknown && total != m_received)
-        verdict = giveUp();
+        // Over HTTP, Qt now and then takes what came before the connection broke for the whole.
+        verdict = m_isAnnounced ? Verdict::BrokenOff : giveUp();
     if (verdict != Verdict::Good)
         endLater(verdict);
     else if (m_hash)

@@ -36,6 +36,8 @@ public:
         /// Nothing of it can be used. What was on disk is gone, and the next request, after another
         /// prepare(), will be for the whole file.
         AskAfresh,
+        /// The server has sent less than it announced. What is on disk is a clean beginning.
+        BrokenOff,
         /// The disk does not take it, or has no place for it. What is on disk is a clean beginning.
         WriteFailed,
         /// It is not the file that was asked for. What was on disk is gone.
@@ -110,6 +112,8 @@ private:
     /// Of its answer; nothing until there is one.
     std::optional<Verdict> m_verdict;
     qint64 m_received = 0;
+    /// Whether the server has said how long its answer is.
+    bool m_isAnnounced = false;
     /// Bytes of large files that are freed in the background.
     qint64 m_beingFreed = 0;
     /// Whether what is on disk came in the bodies of several answers.

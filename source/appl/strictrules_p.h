@@ -25,6 +25,7 @@ public:
     bool isolatesFailures() const override;
     NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const override;
     NextStep stepAfterSilence(const Transfer &transfer) const override;
+    NextStep stepAfterBreak(const Transfer &transfer) const override;
     NextStep stepAfterDrop(const Transfer &transfer) const override;
     QJsonDocument documentOf(const Failure &failure) const override;
 
@@ -32,6 +33,7 @@ private:
     static bool mayRepeat(const Transfer &transfer, int maximum);
     /// Milliseconds before the next retry where the server asks for none.
     int growingWait(const Transfer &transfer) const;
+    NextStep retryOrFail(const Transfer &transfer, short code, const char *reason) const;
     /// Nothing when the failure is final.
     std::optional<int> waitBeforeRetry(const Transfer &transfer, const QNetworkReply &reply) const;
     NextStep redirectStep(const Transfer &transfer, const QNetworkReply &reply) const;

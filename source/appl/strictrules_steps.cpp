@@ -128,9 +128,12 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
 
 NextStep StrictRules::stepAfterSilence(const Transfer &transfer) const
 {
-    if (!mayRepeat(transfer, m_policy.maximumRetries()))
-        return failure(errorcodes::timed_out, "The server was silent for too long.");
-    return retry(growingWait(transfer));
+    return retryOrFail(transfer, errorcodes::timed_out, "The server was silent for too long.");
+}
+
+NextStep StrictRules::stepAfterBreak(const Transfer &transfer) const
+{
+    return retryOrFail(transfer, errorcodes::network_error, "The connection broke off.");
 }
 
 NextStep StrictRules::stepAfterDrop(const Transfer &transfer) const
@@ -151,6 +154,12 @@ int StrictRules::growingWait(const Transfer &transfer) const
 {
     return retryschedule::waitMsec(m_policy.retryDelay(), transfer.retries,
                                    QRandomGenerator::global()->generateDouble());
+}
+
+NextStep StrictRules::retryOrFail(const Transfer &transfer, short code, const char *reason) const
+{
+    return mayRepeat(transfer, m_policy.maximumRetries()) ? retry(growingWait(transfer))
+                                                          : failure(code, reason);
 }
 
 std::optional<int> StrictRules::waitBeforeRetry(const Transfer &transfer,

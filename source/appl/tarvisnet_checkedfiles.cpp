@@ -15,6 +15,14 @@ bool isJudged(const QNetworkReply &reply, const CheckedFile &file)
     return (status >= 200 && status < 300) || (status == 416 && file.offset() > 0);
 }
 
+/// Has the record tell of the file what is known by now: progress and errors do so by it.
+void describe(Transfer &transfer)
+{
+    FileData &file = transfer.record.fileData;
+    file.size = transfer.checkedFile->expectedSize();
+    file.resumeOffset = transfer.checkedFile->offset();
+}
+
 } // namespace
 
 void TarvisNetPrivate::queueChecked(const char *function, QLatin1String replyType,
@@ -66,7 +74,7 @@ bool TarvisNetPrivate::prepareFile(Transfer &transfer)
         fail(transfer, errorcodes::file_write_failed);
         return false;
     }
-    transfer.record.fileData.resumeOffset = transfer.checkedFile->offset();
+    describe(transfer);
     return true;
 }
 
@@ -78,7 +86,7 @@ void TarvisNetPrivate::takeFile(QNetworkReply *reply)
         return;
     }
     const CheckedFile::Verdict verdict = transfer->checkedFile->take(reply);
-    transfer->record.fileData.resumeOffset = transfer->checkedFile->offset();
+    describe(*transfer);
     obey(verdict, reply);
 }
 
@@ -103,6 +111,9 @@ void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
         return;
     case CheckedFile::Verdict::AskAfresh:
         sendAgain(reply);
+        return;
+    case CheckedFile::Verdict::BrokenOff:
+        perform(rules->stepAfterBreak(transfers.value(reply)), reply);
         return;
     case CheckedFile::Verdict::WriteFailed:
         fail(reply, errorcodes::file_write_failed, "The disk does not take the file.");

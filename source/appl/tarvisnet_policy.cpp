@@ -127,10 +127,8 @@ Failure TarvisNetPrivate::failureOf(const Transfer &transfer, const QNetworkRepl
     failure.file = transfer.record.fileData;
     failure.attempts = transfer.attempts;
     failure.reason = reason;
-    if (transfer.checkedFile) {
-        failure.file.size = transfer.checkedFile->expectedSize();
+    if (transfer.checkedFile)
         failure.received = qint64(transfer.checkedFile->receivedSize());
-    }
     return failure;
 }
 

@@ -3,6 +3,7 @@
 #include "readbuffer_p.h"
 #include "tarvisnet_p.h"
 
+#include <limits>
 #include <utility>
 
 namespace {
@@ -18,6 +19,13 @@ constexpr Verb verbsWithBody[] = {
     {replies::raw_patch, &TarvisNetPrivate::path},
     {replies::raw_delete, &TarvisNetPrivate::deleteResource},
 };
+
+/// How large the file may get. One that is checked is written also when nobody knows its size.
+quint64 greatestSize(const Transfer &transfer)
+{
+    const quint64 size = transfer.record.fileData.size;
+    return size == 0 && transfer.checkedFile ? std::numeric_limits<quint64>::max() : size;
+}
 
 /// Null for a GET.
 const Verb *verbWithBody(const QString &replyType)
@@ -57,7 +65,7 @@ void TarvisNetPrivate::attempt(Transfer transfer)
     if (!file(reply, transfer))
         return;
     if (replyinfo::isFileKind(record.replyType))
-        readbuffer::limit(reply, record.fileData.size);
+        readbuffer::limit(reply, greatestSize(transfer));
     if (transfer.checkedFile) {
         const auto judge = [this, reply] { takeFile(reply); };
         QObject::connect(reply, &QNetworkReply::metaDataChanged, q, judge);

@@ -131,6 +131,11 @@ NextStep TraditionalRules::stepAfterSilence(const Transfer & /*transfer*/) const
     return {};
 }
 
+NextStep TraditionalRules::stepAfterBreak(const Transfer & /*transfer*/) const
+{
+    return {};
+}
+
 NextStep TraditionalRules::stepAfterDrop(const Transfer & /*transfer*/) const
 {
     return {};

@@ -23,6 +23,7 @@ public:
     bool isolatesFailures() const override;
     NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const override;
     NextStep stepAfterSilence(const Transfer &transfer) const override;
+    NextStep stepAfterBreak(const Transfer &transfer) const override;
     NextStep stepAfterDrop(const Transfer &transfer) const override;
     ErrorRule errorRule(QNetworkReply::NetworkError error) const override;
     QJsonDocument documentOf(const Failure &failure) const override;

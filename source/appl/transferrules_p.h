@@ -129,6 +129,10 @@ public:
     /// What follows when nothing has come of a transfer for too long.
     virtual NextStep stepAfterSilence(const Transfer &transfer) const = 0;
 
+    /// What follows when the connection of a transfer has ended before its answer, and Qt says
+    /// nothing of it.
+    virtual NextStep stepAfterBreak(const Transfer &transfer) const = 0;
+
     /// What follows when the connection of a transfer cannot be trusted.
     virtual NextStep stepAfterDrop(const Transfer &transfer) const = 0;
 
