@@ -1,14 +1,11 @@
 #include "answers.h"
 #include "files.h"
+#include "program.h"
 #include "scriptedserver.h"
 
 #include <QtCore/QCryptographicHash>
-#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
-#include <QtCore/QProcess>
 #include <QtCore/QScopedPointer>
-#include <QtCore/QTemporaryDir>
-#include <QtTest/QTest>
 
 namespace {
 
@@ -20,44 +17,6 @@ QByteArray content()
 {
     return QByteArray(300 * 1000, 'x');
 }
-
-/// A document's program at work in a directory of its own, which is its temporary directory too.
-class Program {
-public:
-    Program(const QString &path, const QStringList &arguments)
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("TMPDIR"), m_directory.path());
-        m_process.setProcessEnvironment(environment);
-        m_process.setWorkingDirectory(m_directory.path());
-        m_process.setProgram(path);
-        m_process.setArguments(arguments);
-    }
-
-    QString path(const QString &name) const { return m_directory.filePath(name); }
-
-    QStringList files() const { return QDir(m_directory.path()).entryList(QDir::Files); }
-
-    /// The exit code; -1 when the program does not end by itself. The event loop runs meanwhile,
-    /// for the server lives in it.
-    int run()
-    {
-        m_process.start(QIODevice::ReadOnly);
-        const bool ended =
-            QTest::qWaitFor([this] { return m_process.state() == QProcess::NotRunning; }, 30000);
-        if (!ended || m_process.exitStatus() != QProcess::NormalExit)
-            return -1;
-        m_output = m_process.readAllStandardError();
-        return m_process.exitCode();
-    }
-
-    QByteArray output() const { return m_output; }
-
-private:
-    QTemporaryDir m_directory;
-    QProcess m_process;
-    QByteArray m_output;
-};
 
 QStringList serverArguments(const ScriptedServer &server)
 {
