@@ -13,8 +13,8 @@ make_work_directory() {
     echo '{"files": [{"path": "/data.bin"}]}' >"$work/content/index.json"
 }
 
-# Instead of the configuration of nginx.sh: of each request it logs when it came, the connection,
-# its number on the connection, and whether the TLS session was resumed ("r") or new (".").
+# Of each request it logs when it came, the connection, its number on the connection, and whether
+# the TLS session was resumed ("r") or new (".").
 nginx_configuration() {
     begin_configuration 4096
     cat <<END

@@ -1,6 +1,7 @@
 # shellcheck shell=bash
 # A private HTTPS server: Debian's nginx with a certificate and a configuration of our own, on a
-# loopback port. It needs no rights and touches nothing outside its directory. Sourced, never run.
+# loopback port. It needs no rights and touches nothing outside its directory. Sourced, never run;
+# the configuration is what the script's function nginx_configuration PORT writes.
 
 nginx=/usr/sbin/nginx
 
@@ -13,11 +14,10 @@ clean_up() {
     fi
 }
 
-# start_nginx DIRECTORY: serves DIRECTORY/content, what lies in its folder "slow" at 16 MiB/s, and
-# logs to DIRECTORY/access.log. Sets port.
+# start_nginx DIRECTORY: at a port that is free, with DIRECTORY/server.crt. Sets port.
 start_nginx() {
     local directory=$1 attempt
-    make_certificate "$directory"
+    make_certificate "$directory/server" IP:127.0.0.1,DNS:localhost
     for attempt in {1..50}; do
         # Below the ports that the system gives to outgoing connections.
         port=$((20000 + RANDOM % 12000))
@@ -46,10 +46,10 @@ port_is_taken() {
     (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
 }
 
+# make_certificate PATH NAMES: PATH.key and PATH.crt, signed by itself.
 make_certificate() {
     quietly openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost \
-        -addext subjectAltName=IP:127.0.0.1,DNS:localhost \
-        -keyout "$1/server.key" -out "$1/server.crt"
+        -addext subjectAltName="$2" -keyout "$1.key" -out "$1.crt"
 }
 
 # begin_configuration CONNECTIONS: what every configuration begins with, as far as into its block
@@ -72,23 +72,5 @@ http {
     fastcgi_temp_path fastcgi;
     uwsgi_temp_path uwsgi;
     scgi_temp_path scgi;
-END
-}
-
-nginx_configuration() {
-    begin_configuration 512
-    cat <<END
-    log_format brief '\$request_method \$uri \$status \$body_bytes_sent \$http_range';
-    access_log access.log brief;
-    server {
-        listen 127.0.0.1:$1 ssl;
-        ssl_certificate server.crt;
-        ssl_certificate_key server.key;
-        root content;
-        location /slow/ { limit_rate 16m; }
-        # What the client asks to see whether the server is still there.
-        location = / { return 204; }
-    }
-}
 END
 }

@@ -1,12 +1,8 @@
 #include "nginxserver.h"
 
-#include "boundprocess.h"
 #include "files.h"
-#include "scriptedserver.h"
 
 #include <QtCore/QDir>
-#include <QtNetwork/QHostAddress>
-#include <QtNetwork/QTcpSocket>
 
 #include <algorithm>
 #include <iterator>
@@ -75,6 +71,14 @@ NginxLogEntry parsed(const QList<QByteArray> &fields)
     return entry;
 }
 
+QByteArray configuration(const QByteArray &serverConfig, const QByteArray &tlsProtocols)
+{
+    return QByteArray(configurationFrame)
+        .replace("@certificates@", TARVISNET_TEST_CERTIFICATES)
+        .replace("@protocols@", tlsProtocols)
+        .replace("@server@", serverConfig);
+}
+
 QUrl localUrl(const QString &scheme, quint16 port, const QString &pathAndQuery)
 {
     return QUrl(QStringLiteral("%1://127.0.0.1:%2").arg(scheme).arg(port) + pathAndQuery);
@@ -83,44 +87,36 @@ QUrl localUrl(const QString &scheme, quint16 port, const QString &pathAndQuery)
 } // namespace
 
 NginxServer::NginxServer(const QByteArray &serverConfig, const QByteArray &tlsProtocols)
+    : m_server({QStringLiteral(TARVISNET_NGINX_PROGRAM),
+                {QStringLiteral("-p"), QStringLiteral("@directory@"), QStringLiteral("-c"),
+                 QStringLiteral("@file@"), QStringLiteral("-e"), QStringLiteral("stderr")},
+                configuration(serverConfig, tlsProtocols),
+                {"http", "https"}})
 {
-    if (!m_directory.isValid() || !QDir().mkpath(root()))
+    if (!QDir().mkpath(root()))
         qFatal("cannot make a directory for nginx");
-    // Somebody else may take a port between its choice and its use.
-    constexpr int attempts = 5;
-    for (int i = 0; i < attempts; ++i) {
-        if (start(serverConfig, tlsProtocols))
-            return;
-    }
-    qFatal("nginx does not start: %s%s", m_process->readAllStandardError().constData(),
-           files::read(m_directory.filePath(QStringLiteral("error.log"))).constData());
-}
-
-NginxServer::~NginxServer()
-{
-    stop();
 }
 
 QUrl NginxServer::httpUrl(const QString &pathAndQuery) const
 {
-    return localUrl(QStringLiteral("http"), m_httpPort, pathAndQuery);
+    return localUrl(QStringLiteral("http"), httpPort(), pathAndQuery);
 }
 
 QUrl NginxServer::httpsUrl(const QString &pathAndQuery) const
 {
-    return localUrl(QStringLiteral("https"), m_httpsPort, pathAndQuery);
+    return localUrl(QStringLiteral("https"), httpsPort(), pathAndQuery);
 }
 
 QString NginxServer::root() const
 {
-    return m_directory.filePath(QStringLiteral("root"));
+    return m_server.path(QStringLiteral("root"));
 }
 
 QList<NginxLogEntry> NginxServer::accessLog() const
 {
     QList<NginxLogEntry> entries;
     const QList<QByteArray> lines =
-        files::read(m_directory.filePath(QStringLiteral("access.log"))).split('\n');
+        files::read(m_server.path(QStringLiteral("access.log"))).split('\n');
     for (const QByteArray &line : lines) {
         const QList<QByteArray> fields = fieldsOf(line);
         if (fields.size() == logFields)
@@ -138,51 +134,4 @@ QList<NginxLogEntry> NginxServer::accessLog(const QByteArray &path) const
                      return entry.target.mid(0, entry.target.indexOf('?')) == path;
                  });
     return found;
-}
-
-QByteArray NginxServer::configuration(const QByteArray &serverConfig,
-                                      const QByteArray &tlsProtocols) const
-{
-    return QByteArray(configurationFrame)
-        .replace("@certificates@", TARVISNET_TEST_CERTIFICATES)
-        .replace("@protocols@", tlsProtocols)
-        .replace("@http@", QByteArray::number(m_httpPort))
-        .replace("@https@", QByteArray::number(m_httpsPort))
-        .replace("@server@", serverConfig);
-}
-
-bool NginxServer::start(const QByteArray &serverConfig, const QByteArray &tlsProtocols)
-{
-    m_httpPort = ScriptedServer::freePort();
-    m_httpsPort = ScriptedServer::freePort();
-    const QString file = m_directory.filePath(QStringLiteral("nginx.conf"));
-    files::write(file, configuration(serverConfig, tlsProtocols));
-    m_process.reset(new BoundProcess);
-    m_process->start(QStringLiteral(TARVISNET_NGINX_PROGRAM),
-                     {QStringLiteral("-p"), m_directory.path(), QStringLiteral("-c"), file,
-                      QStringLiteral("-e"), QStringLiteral("stderr")});
-    return m_process->waitForStarted() && waitUntilListening();
-}
-
-bool NginxServer::waitUntilListening()
-{
-    for (const quint16 port : {m_httpPort, m_httpsPort}) {
-        QTcpSocket socket;
-        do {
-            socket.abort();
-            socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
-            // Failing to connect means that nginx is still starting, or has ended.
-        } while (!socket.waitForConnected() && !m_process->waitForFinished(10));
-        if (socket.state() != QAbstractSocket::ConnectedState)
-            return false;
-    }
-    return m_process->state() == QProcess::Running;
-}
-
-void NginxServer::stop()
-{
-    m_process->terminate();
-    if (!m_process->waitForFinished())
-        m_process->kill();
-    m_process->waitForFinished();
 }

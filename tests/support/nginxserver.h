@@ -1,12 +1,11 @@
 #ifndef TARVISNET_TESTS_NGINXSERVER_H
 #define TARVISNET_TESTS_NGINXSERVER_H
 
+#include "serverprogram.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
-#include <QtCore/QProcess>
-#include <QtCore/QScopedPointer>
 #include <QtCore/QString>
-#include <QtCore/QTemporaryDir>
 #include <QtCore/QUrl>
 
 /// One request that nginx answered.
@@ -27,26 +26,20 @@ struct NginxLogEntry {
     QByteArray tls;
 };
 
-/// Debian's nginx with a private configuration in a temporary directory, over HTTP and HTTPS on two
-/// free ports of 127.0.0.1 below 32768. It runs as whoever runs the test, and ends with this
-/// object:
+/// Debian's nginx over HTTP and HTTPS. It runs as whoever runs the test:
 ///
 ///     NginxServer server("location = /fixed { return 200 'always this'; }");
 ///     files::write(server.root() + "/index.json", "{}");
 ///     client.rawGet(server.httpsUrl("/index.json"));
-///
-/// It is a process of its own: a blocked event loop does not block it.
 class NginxServer {
 public:
     /// \a serverConfig goes into both server blocks, whose root is root(). \a tlsProtocols is what
-    /// nginx calls ssl_protocols. Returns when both ports can be connected to; it is fatal when
-    /// nginx does not start, because no test could go on.
+    /// nginx calls ssl_protocols.
     explicit NginxServer(const QByteArray &serverConfig = QByteArray(),
                          const QByteArray &tlsProtocols = "TLSv1.2 TLSv1.3");
-    ~NginxServer();
 
-    quint16 httpPort() const { return m_httpPort; }
-    quint16 httpsPort() const { return m_httpsPort; }
+    quint16 httpPort() const { return m_server.port("http"); }
+    quint16 httpsPort() const { return m_server.port("https"); }
     /// URLs of \a pathAndQuery, which is taken as encoded.
     QUrl httpUrl(const QString &pathAndQuery = QStringLiteral("/")) const;
     QUrl httpsUrl(const QString &pathAndQuery = QStringLiteral("/")) const;
@@ -60,17 +53,7 @@ public:
     QList<NginxLogEntry> accessLog(const QByteArray &path) const;
 
 private:
-    Q_DISABLE_COPY(NginxServer)
-
-    QByteArray configuration(const QByteArray &serverConfig, const QByteArray &tlsProtocols) const;
-    bool start(const QByteArray &serverConfig, const QByteArray &tlsProtocols);
-    bool waitUntilListening();
-    void stop();
-
-    QTemporaryDir m_directory;
-    QScopedPointer<QProcess> m_process;
-    quint16 m_httpPort = 0;
-    quint16 m_httpsPort = 0;
+    ServerProgram m_server;
 };
 
 #endif // TARVISNET_TESTS_NGINXSERVER_H
