@@ -16,11 +16,8 @@ QString urlText(const QNetworkReply *reply)
 
 QUrl serverOf(const QUrl &url)
 {
-    QUrl server;
-    server.setScheme(url.scheme());
-    server.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
-    server.setPort(url.port(-1));
-    return server;
+    return url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery
+                        | QUrl::RemoveFragment);
 }
 
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply)

@@ -12,6 +12,7 @@
 #include "replyinfo_p.h"
 #include "replylog_p.h"
 #include "tarvisnet.h"
+#include "tarvisnet_common_p.h"
 #include "transfer_p.h"
 #include "transferrules_p.h"
 
@@ -36,33 +37,6 @@
 QT_BEGIN_NAMESPACE
 class QFileInfo;
 QT_END_NAMESPACE
-
-/// One log for the client, whichever of its files a line comes from.
-inline constexpr MessageLog clientLog("../../source/appl/tarvisnet");
-
-inline constexpr replylog::Engine clientEngine = {clientLog, "TarvisNet", QtWarningMsg};
-
-// Refusing the URL forms of the change log, the installer and the binary has always been logged as
-// the definition's; who reads the logs relies on it.
-inline constexpr char invalidAnyUrl[] = "<TarvisNet::fetchDefinition> Invalid url";
-
-/// \a url with the scheme "https" if it has none.
-QUrl withScheme(QUrl url);
-/// The Range value that asks for what is still missing of a file.
-QByteArray openRange(qint64 from);
-/// The record of a request that is to be queued.
-ReplyData newRecord(QLatin1String replyType, const QNetworkRequest &request,
-                    const QByteArray &data = QByteArray(), const FileData &file = FileData());
-
-/// Stores a new value. False when it is the stored one already.
-template <typename T>
-bool assign(T &stored, const T &value)
-{
-    if (stored == value)
-        return false;
-    stored = value;
-    return true;
-}
 
 struct TarvisNetPrivate {
     TarvisNetPrivate(TarvisNet *client, TransferPolicy transferPolicy,
@@ -138,6 +112,7 @@ struct TarvisNetPrivate {
     QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
+    static bool isSentByGet(const QString &replyType);
     /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
     QNetworkReply *connected(QNetworkReply *reply) const;

@@ -7,10 +7,11 @@
 #include <QtCore/QVector>
 
 #include <functional>
+#include <limits>
 #include <utility>
 
 /// \file
-/// Arriving answers, until their results are delivered.
+/// A request from the moment it is sent until its result is delivered.
 
 namespace {
 
@@ -97,7 +98,65 @@ constexpr Result results[] = {
     {replies::raw_delete, deliverDeleted},
 };
 
+/// How large the file may get. One that is checked is written also when nobody knows its size.
+quint64 greatestSize(const Transfer &transfer)
+{
+    const quint64 size = transfer.record.fileData.size;
+    return size == 0 && transfer.checkedFile ? std::numeric_limits<quint64>::max() : size;
+}
+
 } // namespace
+
+void TarvisNetPrivate::start(ReplyData record)
+{
+    Transfer transfer;
+    transfer.request = record.request;
+    transfer.body = std::exchange(record.data, QByteArray());
+    transfer.isGet = isSentByGet(record.replyType);
+    transfer.isRepeatable = transfer.isGet;
+    if (QNetworkReply *source = std::exchange(record.directReply, nullptr)) {
+        transfer.isRedirected = true;
+        // Only a reply in flight may be pointed to: this one may be gone.
+        transfer.redirectSource = transfers.contains(source) ? source : nullptr;
+    }
+    transfer.record = record;
+    transfer.checkedFile = checkedFile(record);
+    if (const int msec = rules->limits().totalMsec)
+        transfer.end.setRemainingTime(msec);
+    attempt(transfer);
+}
+
+void TarvisNetPrivate::attempt(Transfer transfer)
+{
+    if (!prepareFile(transfer))
+        return;
+    ++transfer.attempts;
+    transfer.server = replyinfo::serverOf(transfer.request.url());
+    const ReplyData record = transfer.record;
+    QNetworkReply *reply = send(transfer);
+    if (!file(reply, transfer))
+        return;
+    if (replyinfo::isFileKind(record.replyType))
+        readbuffer::limit(reply, greatestSize(transfer));
+    if (transfer.checkedFile) {
+        const auto judge = [this, reply] { takeFile(reply); };
+        QObject::connect(reply, &QNetworkReply::metaDataChanged, q, judge);
+    }
+    noteActivity(reply);
+    wakeAt(transfers.value(reply).idleEnd);
+    wakeAt(transfer.end);
+    probeServer(transfer.server, record.replyType);
+}
+
+bool TarvisNetPrivate::file(QNetworkReply *reply, Transfer transfer)
+{
+    if (transfers.contains(reply))
+        return false;
+    const FileData &file = transfer.record.fileData;
+    transfer.file = DownloadFile(file.tempFilePath, rules->sizeToAppendTo(file));
+    transfers.insert(reply, transfer);
+    return true;
+}
 
 void TarvisNet::replyReadyRead()
 {
