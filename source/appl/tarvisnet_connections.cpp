@@ -3,6 +3,8 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <QtNetwork/QNetworkCookieJar>
+
 #include <algorithm>
 
 /// \file
@@ -11,9 +13,24 @@
 
 namespace {
 
-bool isSameServer(const QUrl &left, const QUrl &right)
+/// As Qt has requests share connections: whoever asks, and however the port is given.
+QUrl serverOf(const QUrl &url)
 {
-    return left.scheme() == right.scheme() && left.authority() == right.authority();
+    QUrl server;
+    server.setScheme(url.scheme());
+    server.setHost(url.host());
+    server.setPort(url.port(url.scheme() == QLatin1String("https") ? 443 : 80));
+    return server;
+}
+
+/// A manager makes itself the parent of its jar, but an application's jar stays without one.
+void shareJar(const QNetworkAccessManager &source, QNetworkAccessManager &target)
+{
+    QNetworkCookieJar *jar = source.cookieJar();
+    const bool isApplications = !jar->parent();
+    target.setCookieJar(jar);
+    if (isApplications)
+        jar->setParent(nullptr);
 }
 
 } // namespace
@@ -40,7 +57,7 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply
         const QNetworkReply &candidate = **other;
         if (candidate.isRunning() && candidate.manager() == reply->manager()
             && replyinfo::httpStatus(&candidate) == 0
-            && isSameServer(candidate.url(), reply->url())) {
+            && serverOf(candidate.url()) == serverOf(reply->url())) {
             suspects.append(*other);
         }
     }
@@ -52,7 +69,7 @@ void TarvisNetPrivate::renewManager()
     const QSharedPointer<QNetworkAccessManager> old = manager;
     retiredManagers.append(old);
     manager.reset(rules->newManager());
-    manager->setCookieJar(old->cookieJar());
+    shareJar(*old, *manager);
     remotePing->setManager(manager);
     guardProbe();
     wakeAt(QDeadlineTimer(0));
