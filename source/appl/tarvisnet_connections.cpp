@@ -3,11 +3,35 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <QtNetwork/QNetworkCookieJar>
+
 #include <algorithm>
 
 /// \file
 /// Getting rid of connections that may carry the answer to somebody else's request: after an
 /// interim answer, which Qt takes for the final one, the final one is taken for the next request's.
+
+namespace {
+
+/// As Qt has requests share connections: whoever asks, and however the port is given.
+bool shareConnections(const QUrl &left, const QUrl &right)
+{
+    const int usualPort = left.scheme() == QLatin1String("https") ? 443 : 80;
+    return left.scheme() == right.scheme() && left.host() == right.host()
+        && left.port(usualPort) == right.port(usualPort);
+}
+
+/// A manager makes itself the parent of its jar, but an application's jar stays without one.
+void shareJar(const QNetworkAccessManager &source, QNetworkAccessManager &target)
+{
+    QNetworkCookieJar *jar = source.cookieJar();
+    const bool isApplications = !jar->parent();
+    target.setCookieJar(jar);
+    if (isApplications)
+        jar->setParent(nullptr);
+}
+
+} // namespace
 
 void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
 {
@@ -27,11 +51,11 @@ void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
 QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply) const
 {
     QList<QPointer<QNetworkReply>> suspects = {reply};
-    const QUrl server = transfers.value(reply).server;
     for (auto other = transfers.cbegin(); other != transfers.cend(); ++other) {
         const QNetworkReply &candidate = *other.key();
         if (candidate.isRunning() && candidate.manager() == reply->manager()
-            && replyinfo::httpStatus(&candidate) == 0 && other->server == server) {
+            && replyinfo::httpStatus(&candidate) == 0
+            && shareConnections(candidate.url(), reply->url())) {
             suspects.append(other.key());
         }
     }
@@ -43,7 +67,7 @@ void TarvisNetPrivate::renewManager()
     const QSharedPointer<QNetworkAccessManager> old = manager;
     retiredManagers.append(old);
     manager.reset(rules->newManager());
-    manager->setCookieJar(old->cookieJar());
+    shareJar(*old, *manager);
     remotePing->setManager(manager);
     guardProbe();
     wakeAt(QDeadlineTimer(0));

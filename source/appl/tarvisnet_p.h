@@ -198,8 +198,8 @@ struct TarvisNetPrivate {
     /// \name The probe
     /// @{
 
-    /// Has the probe's peers checked if the rules ask for it.
-    void guardProbe() const;
+    /// Has the peers of the probe and its answers checked if the rules ask for it.
+    void guardProbe();
     /// Starts the probe beside a request that is to be watched.
     void probeServer(const QUrl &server, const QString &replyType);
     /// The probe got no answer: so has no request to that server.

@@ -32,7 +32,7 @@ void TarvisNet::pingTimeout()
     d->report({errorcodes::network_error, d->remotePing->getUrl().toString()});
 }
 
-void TarvisNetPrivate::guardProbe() const
+void TarvisNetPrivate::guardProbe()
 {
     if (!rules->checksPeerOfProbe())
         return;
@@ -42,6 +42,12 @@ void TarvisNetPrivate::guardProbe() const
             reply->abort();
     };
     QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
+    const auto mind = [this, isProbes](QNetworkReply *reply) {
+        if (isProbes(reply)
+            && rules->nextStep(Transfer(), *reply).kind == NextStep::Kind::DropConnections)
+            dropConnections(reply);
+    };
+    QObject::connect(manager.data(), &QNetworkAccessManager::finished, q, mind);
     const auto listen = [this, isProbes](QNetworkReply *reply) {
         if (isProbes(reply) && replyinfo::httpStatus(reply) != 0
             && replyinfo::serverOf(reply->url()) == remotePing->getUrl()) {

@@ -237,6 +237,9 @@ void TarvisNet::setCookies(QNetworkCookieJar *jar)
 {
     if (!jar || jar == d->manager->cookieJar())
         return;
+    // First those that only share the old jar: the manager deletes it if it is its own.
+    for (const QSharedPointer<QNetworkAccessManager> &retired : qAsConst(d->retiredManagers))
+        retired->setCookieJar(jar);
     d->manager->setCookieJar(jar);
     // The manager has made itself the jar's parent, but the jar stays the caller's.
     jar->setParent(nullptr);

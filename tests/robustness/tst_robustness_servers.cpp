@@ -1,5 +1,6 @@
 #include "clientbench.h"
 #include "files.h"
+#include "ownmemory.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>
@@ -25,23 +26,7 @@ constexpr qint64 MiB = 1024 * 1024;
 constexpr qint64 largeSize = 256 * MiB;
 constexpr qint64 allowedGrowth = 40 * MiB;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool memoryIsMeasurable = false;
-#else
-constexpr bool memoryIsMeasurable = true;
-#endif
-
 const char fetchArgument[] = "--fetch";
-
-/// A figure of this process in bytes: VmRSS is what is resident, VmHWM the most that ever was.
-qint64 ownMemory(const QByteArray &figure)
-{
-    for (const QByteArray &line : files::read("/proc/self/status").split('\n')) {
-        if (line.startsWith(figure + ':'))
-            return line.mid(figure.size() + 1).simplified().split(' ').value(0).toLongLong() * 1024;
-    }
-    qFatal("no figure %s", figure.constData());
-}
 
 /// The process that downloads \a url to \a path and prints by how much that made it grow. The
 /// server stays behind in the process of the test, so that its memory is not counted.
