@@ -61,9 +61,7 @@ void TarvisNetPrivate::attempt(Transfer transfer)
         const auto judge = [this, reply] { takeFile(reply); };
         QObject::connect(reply, &QNetworkReply::metaDataChanged, q, judge);
     }
-    noteActivity(reply);
-    wakeAt(transfers.value(reply).idleEnd);
-    wakeAt(transfer.end);
+    watch(reply);
     probeServer(transfer.request.url(), record.replyType);
 }
 

@@ -148,9 +148,9 @@ void TarvisNet::replyFinished()
 QUrl TarvisNetPrivate::firstUrl(QNetworkReply *reply) const
 {
     const auto transfer = transfers.constFind(reply);
-    return transfer == transfers.cend() || transfer->redirects == 0
-        ? reply->url()
-        : transfer->record.request.url();
+    const bool isElsewhere = transfer != transfers.cend()
+        && (transfer->redirects > 0 || (transfer->isRedirected && rules->isolatesFailures()));
+    return isElsewhere ? transfer->record.request.url() : reply->url();
 }
 
 QString TarvisNetPrivate::urlText(QNetworkReply *reply) const
@@ -162,6 +162,7 @@ void TarvisNetPrivate::conclude(QNetworkReply *finished)
 {
     const ActiveCall call(q, manager);
     const QPointer<QNetworkReply> reply = finished;
+    transfers[reply].isAnswered = true;
     q->handleReply(reply);
     if (!call.ownerGone() && reply)
         q->removeReply(reply);
