@@ -91,8 +91,8 @@ TarvisNet::~TarvisNet()
 {
     // What is still pending is dropped: no reply that ends below may start it.
     disconnect(this, &TarvisNet::s_repliesCountChanged, this, &TarvisNet::processReplies);
-    clearReplies();
     d->dropQueue();
+    clearReplies();
     d->queueMutex.reset();
     clientLog.debug(Q_FUNC_INFO) << "TarvisNet dtor.";
 }

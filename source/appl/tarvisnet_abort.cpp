@@ -24,7 +24,7 @@ void TarvisNet::clearReplies()
     for (QNetworkReply *reply : replies) {
         // A receiver of the signals below may have ended this one already.
         if (d->transfers.contains(reply))
-            killReply(reply);
+            d->clear(reply);
         if (call.ownerGone())
             return;
     }
@@ -76,11 +76,21 @@ void TarvisNet::abortDownload(QStringList _fileUrls)
         processReplies();
 }
 
+void TarvisNetPrivate::clear(QNetworkReply *reply)
+{
+    if (rules->isolatesFailures() && transfers.value(reply).isAnswered)
+        q->removeReply(reply);
+    else
+        q->killReply(reply);
+}
+
 void TarvisNetPrivate::abort(QNetworkReply *reply)
 {
     if (aborting.contains(reply))
         return;
     const ActiveCall call(q, manager);
+    if (rules->isolatesFailures())
+        withdrawSources(transfers.value(reply));
     if (isBeingChecked(reply)) {
         q->removeReply(reply);
         return;

@@ -126,5 +126,6 @@ void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
 
 bool TarvisNetPrivate::isBeingChecked(QNetworkReply *reply) const
 {
-    return reply->isFinished() && transfers.value(reply).checkedFile;
+    const Transfer transfer = transfers.value(reply);
+    return reply->isFinished() && transfer.checkedFile && !transfer.isAnswered;
 }

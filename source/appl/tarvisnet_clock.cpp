@@ -13,7 +13,14 @@ namespace {
 
 QDeadlineTimer deadlineOf(const Transfer &transfer)
 {
-    return std::min(transfer.idleEnd, transfer.end);
+    return transfer.isAnswered ? QDeadlineTimer(QDeadlineTimer::Forever)
+                               : std::min(transfer.idleEnd, transfer.end);
+}
+
+bool isUncheckedBinary(const Transfer &transfer)
+{
+    return transfer.record.replyType == replies::remote_binary && !transfer.checkedFile
+        && !transfer.record.fileData.filePath.isEmpty();
 }
 
 bool hasPath(const Transfer &transfer, const QString &path)
@@ -38,6 +45,12 @@ void TarvisNetPrivate::noteActivity(QNetworkReply *reply)
         transfer->idleEnd.setRemainingTime(idleMsec);
 }
 
+void TarvisNetPrivate::watch(QNetworkReply *reply)
+{
+    noteActivity(reply);
+    wakeAt(deadlineOf(transfers.value(reply)));
+}
+
 void TarvisNetPrivate::wakeAt(const QDeadlineTimer &deadline)
 {
     if (deadline.isForever())
@@ -58,7 +71,11 @@ void TarvisNetPrivate::tick()
         if (call.ownerGone())
             return;
     }
-    while (isRetryDue() && (waiting.begin()->second.end.hasExpired() || mayStart())) {
+    while (failOverdue()) {
+        if (call.ownerGone())
+            return;
+    }
+    while (isRetryDue() && mayStart()) {
         startDue();
         if (call.ownerGone())
             return;
@@ -84,6 +101,19 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::expiredReplies() const
     return expired;
 }
 
+bool TarvisNetPrivate::failOverdue()
+{
+    const auto overdue = std::find_if(waiting.begin(), waiting.end(), [](const auto &entry) {
+        return entry.second.end.hasExpired();
+    });
+    if (overdue == waiting.end())
+        return false;
+    const Transfer transfer = overdue->second;
+    waiting.erase(overdue);
+    fail(transfer, errorcodes::timed_out, tookTooLong);
+    return true;
+}
+
 bool TarvisNetPrivate::isRetryDue() const
 {
     return !waiting.empty() && waiting.begin()->first.hasExpired();
@@ -93,12 +123,13 @@ bool TarvisNetPrivate::startDue()
 {
     if (!isRetryDue())
         return false;
-    const Transfer transfer = waiting.begin()->second;
+    if (failOverdue())
+        return true;
+    Transfer transfer = waiting.begin()->second;
     waiting.erase(waiting.begin());
-    if (transfer.end.hasExpired())
-        fail(transfer, errorcodes::timed_out, "It took too long.");
-    else
-        attempt(transfer);
+    if (isUncheckedBinary(transfer))
+        askForRest(transfer.request, transfer.record.fileData);
+    attempt(transfer);
     return true;
 }
 

@@ -17,6 +17,9 @@ inline constexpr MessageLog clientLog("../../source/appl/tarvisnet");
 
 inline constexpr replylog::Engine clientEngine = {clientLog, "TarvisNet", QtWarningMsg};
 
+/// What is said of a request whose whole time is over.
+inline constexpr char tookTooLong[] = "It took too long.";
+
 // Refusing the URL forms of the change log, the installer and the binary has always been logged as
 // the definition's; who reads the logs relies on it.
 inline constexpr char invalidAnyUrl[] = "<TarvisNet::fetchDefinition> Invalid url";
@@ -25,6 +28,8 @@ inline constexpr char invalidAnyUrl[] = "<TarvisNet::fetchDefinition> Invalid ur
 QUrl withScheme(QUrl url);
 /// The Range value that asks for what is still missing of a file.
 QByteArray openRange(qint64 from);
+/// Has \a request ask for what is missing of \a file, and for all of it when nothing is there.
+void askForRest(QNetworkRequest &request, FileData &file);
 /// The record of a request that is to be queued.
 ReplyData newRecord(QLatin1String replyType, const QNetworkRequest &request,
                     const QByteArray &data = QByteArray(), const FileData &file = FileData());

@@ -43,16 +43,20 @@ void queueBinary(const TarvisNetPrivate &client, const char *function, const QUr
     file.tempFilePath = client.temporaryPath(file.filePath);
     if (!file.filePath.isEmpty()) {
         discardCompleteFile(function, form, file);
-        const qint64 available = QFileInfo(file.tempFilePath).size();
-        if (available != 0 && quint64(available) < file.size) {
-            request.setRawHeader("Range", openRange(available));
-            file.resumeOffset = available;
-        }
+        askForRest(request, file);
     }
     client.add(newRecord(replies::remote_binary, request, QByteArray(), file));
 }
 
 } // namespace
+
+void askForRest(QNetworkRequest &request, FileData &file)
+{
+    const qint64 available = QFileInfo(file.tempFilePath).size();
+    const bool isBeginning = available != 0 && quint64(available) < file.size;
+    file.resumeOffset = isBeginning ? available : 0;
+    request.setRawHeader("Range", isBeginning ? openRange(available) : QByteArray());
+}
 
 void TarvisNet::fetchBinary(QString _urlPath, QString _savePath, qulonglong _size, QString _hash)
 {

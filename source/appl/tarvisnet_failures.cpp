@@ -26,8 +26,12 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
         return;
     const ActiveCall call(this, d->manager);
     const ErrorRule rule = d->rules->errorRule(code);
-    if (rule.clientCode != 0)
-        d->report({rule.clientCode, url, reply, document, d->record(reply).fileData});
+    if (rule.clientCode != 0) {
+        const Transfer transfer = d->transfers.value(reply);
+        Failure failure = {rule.clientCode, url, reply, document, transfer.record.fileData};
+        failure.attempts = transfer.attempts;
+        d->report(failure);
+    }
     if (rule.abortsFirstRunning && !call.ownerGone())
         abortDownload(QString());
 }

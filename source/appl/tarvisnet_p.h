@@ -86,7 +86,7 @@ struct TarvisNetPrivate {
     bool isFileTaken(const QString &temporaryPath) const;
     /// Drops the pending requests with the path \a urlPath. False when the client is gone.
     bool dropPending(const char *function, const QString &urlPath);
-    /// Drops everything that is pending or waits, at the end of the client.
+    /// Drops everything that is pending, and accepts nothing more, at the end of the client.
     void dropQueue();
     /// Tells of requests that were dropped before they ran, if that counts as an end. False when
     /// the client is gone.
@@ -121,6 +121,8 @@ struct TarvisNetPrivate {
     /// Returns that reply, which is to be settled next; null at the end.
     QNetworkReply *settle(const char *function, QNetworkReply *reply);
     QNetworkReply *handBack(const char *function, const Transfer &hop);
+    /// The transfer that follows a redirect of \a source, which then only waits for it.
+    Transfer hopFrom(QNetworkReply *source);
     /// Delivers a finished reply, and gives its place free.
     void conclude(QNetworkReply *reply);
     /// What was asked with \a reply; an empty record when it is not in flight.
@@ -129,6 +131,8 @@ struct TarvisNetPrivate {
     QUrl firstUrl(QNetworkReply *reply) const;
     QString urlText(QNetworkReply *reply) const;
 
+    /// Ends a transfer when all are to end. It has been told of already if it is answered.
+    void clear(QNetworkReply *reply);
     /// Aborts a reply, which stays alive meanwhile.
     void abort(QNetworkReply *reply);
     /// Deletes a reply as soon as nothing on the call stack uses it.
@@ -148,6 +152,11 @@ struct TarvisNetPrivate {
     /// Takes a transfer out of the table, and lets go of its reply. From here on only the caller
     /// can end it.
     Transfer withdraw(QNetworkReply *reply);
+    /// The same with its sources.
+    Transfer withdrawAll(QNetworkReply *reply);
+    /// Takes out those that only wait for the end of \a hop, because a redirect led from them to
+    /// it. Returns the first; \a hop itself when there is none.
+    Transfer withdrawSources(Transfer hop);
     /// Sends a transfer once more, without a wait.
     void sendAgain(QNetworkReply *reply);
     void redirect(QNetworkReply *reply, const NextStep &step);
@@ -158,8 +167,6 @@ struct TarvisNetPrivate {
     void fail(const Transfer &transfer, short code, const char *reason = nullptr);
     Failure failureOf(const Transfer &transfer, const QNetworkReply *reply, short code,
                       const char *reason) const;
-    /// Takes out those that only wait for the end of \a hop.
-    void dropSources(const Transfer &hop);
     /// A place has become free.
     void placeFreed();
     void expire(QNetworkReply *reply);
@@ -174,12 +181,17 @@ struct TarvisNetPrivate {
 
     /// Something has arrived or was sent.
     void noteActivity(QNetworkReply *reply);
+    /// Starts the clock for a transfer that was sent.
+    void watch(QNetworkReply *reply);
     /// Has the clock tick at \a deadline at the latest.
     void wakeAt(const QDeadlineTimer &deadline);
     void tick();
     QList<QPointer<QNetworkReply>> expiredReplies() const;
+    /// Ends a waiting transfer that has taken too long. False when there is none.
+    bool failOverdue();
     bool isRetryDue() const;
-    /// Sends the transfer that has waited longest for being sent again. False when there is none.
+    /// Sends the transfer that has waited longest for being sent again, or ends one for which it is
+    /// too late. False when none is due.
     bool startDue();
     /// Takes out the waiting transfers whose URL has the path \a urlPath.
     QStringList takeWaiting(const QString &urlPath);

@@ -53,6 +53,18 @@ Transfer TarvisNetPrivate::withdraw(QNetworkReply *reply)
     return transfer;
 }
 
+Transfer TarvisNetPrivate::withdrawAll(QNetworkReply *reply)
+{
+    return withdrawSources(withdraw(reply));
+}
+
+Transfer TarvisNetPrivate::withdrawSources(Transfer hop)
+{
+    while (hop.redirectSource && transfers.contains(hop.redirectSource))
+        hop = withdraw(hop.redirectSource);
+    return hop;
+}
+
 void TarvisNetPrivate::sendAgain(QNetworkReply *reply)
 {
     attempt(withdraw(reply));
@@ -75,8 +87,9 @@ void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
 void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
 {
     const ActiveCall call(q, manager);
-    Transfer next = withdraw(reply);
+    Transfer next = withdrawAll(reply);
     next.request = next.record.request;
+    next.isAnswered = false;
     next.redirects = 0;
     ++next.retries;
     const QDeadlineTimer due = std::min(QDeadlineTimer(waitMsec), next.end);
@@ -99,7 +112,7 @@ void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason
     const Failure failure = failureOf(transfers.value(reply), reply, code, reason);
     // Told before the reply is aborted, which makes another error of it.
     const QJsonDocument document = rules->documentOf(failure);
-    dropSources(withdraw(reply));
+    withdrawAll(reply);
     report(failure, document);
     if (!call.ownerGone())
         placeFreed();
@@ -132,17 +145,11 @@ Failure TarvisNetPrivate::failureOf(const Transfer &transfer, const QNetworkRepl
     return failure;
 }
 
-void TarvisNetPrivate::dropSources(const Transfer &hop)
-{
-    for (QNetworkReply *source = hop.redirectSource; source && transfers.contains(source);)
-        source = withdraw(source).redirectSource;
-}
-
 void TarvisNetPrivate::expire(QNetworkReply *reply)
 {
     const Transfer transfer = transfers.value(reply);
     if (transfer.end.hasExpired())
-        fail(reply, errorcodes::timed_out, "It took too long.");
+        fail(reply, errorcodes::timed_out, tookTooLong);
     else
         perform(rules->stepAfterSilence(transfer), reply);
 }

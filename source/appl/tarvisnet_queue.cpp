@@ -79,7 +79,7 @@ void TarvisNet::processReplies()
 
 bool TarvisNetPrivate::mayStart() const
 {
-    return (!pending.isEmpty() || isRetryDue()) && !stopProcess && startBlocks == 0
+    return (!pending.isEmpty() || isRetryDue()) && !isClosed && !stopProcess && startBlocks == 0
         && parallelRequestsCount > transfers.size();
 }
 

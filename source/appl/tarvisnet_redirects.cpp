@@ -12,14 +12,25 @@ bool TarvisNet::redirectReply(QNetworkReply *_reply)
     Transfer next;
     if (d->transfers.contains(_reply)) {
         clientLog.debug(Q_FUNC_INFO) << " Find previos target, set to redirect attribute";
-        next.record = d->record(_reply);
-        next.record.replyType = replies::redirect_reply;
-        next.isRedirected = true;
-        next.redirectSource = _reply;
+        next = d->hopFrom(_reply);
     }
-    d->file(d->get(d->rules->redirectRequest(*target, d->sslConfiguration)), next);
+    QNetworkReply *hop = d->get(d->rules->redirectRequest(*target, d->sslConfiguration));
+    if (d->file(hop, next))
+        d->watch(hop);
     clientLog.debug(Q_FUNC_INFO) << "<TarvisNet::redirectReply> redirect send.";
     return true;
+}
+
+Transfer TarvisNetPrivate::hopFrom(QNetworkReply *source)
+{
+    Transfer hop = transfers.value(source);
+    hop.record.replyType = replies::redirect_reply;
+    hop.isGet = true;
+    hop.answer.clear();
+    hop.isRedirected = true;
+    hop.redirectSource = source;
+    transfers[source].isAnswered = true;
+    return hop;
 }
 
 QNetworkReply *TarvisNetPrivate::handBack(const char *function, const Transfer &hop)

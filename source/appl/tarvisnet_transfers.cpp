@@ -142,9 +142,7 @@ void TarvisNetPrivate::attempt(Transfer transfer)
         const auto judge = [this, reply] { takeFile(reply); };
         QObject::connect(reply, &QNetworkReply::metaDataChanged, q, judge);
     }
-    noteActivity(reply);
-    wakeAt(transfers.value(reply).idleEnd);
-    wakeAt(transfer.end);
+    watch(reply);
     probeServer(transfer.server, record.replyType);
 }
 
@@ -207,9 +205,9 @@ void TarvisNet::replyFinished()
 QUrl TarvisNetPrivate::firstUrl(QNetworkReply *reply) const
 {
     const auto transfer = transfers.constFind(reply);
-    return transfer == transfers.cend() || transfer->redirects == 0
-        ? reply->url()
-        : transfer->record.request.url();
+    const bool isElsewhere = transfer != transfers.cend()
+        && (transfer->redirects > 0 || (transfer->isRedirected && rules->isolatesFailures()));
+    return isElsewhere ? transfer->record.request.url() : reply->url();
 }
 
 QString TarvisNetPrivate::urlText(QNetworkReply *reply) const
@@ -221,6 +219,7 @@ void TarvisNetPrivate::conclude(QNetworkReply *finished)
 {
     const ActiveCall call(q, manager);
     const QPointer<QNetworkReply> reply = finished;
+    transfers[reply].isAnswered = true;
     q->handleReply(reply);
     if (!call.ownerGone() && reply)
         q->removeReply(reply);

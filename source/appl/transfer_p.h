@@ -44,6 +44,9 @@ struct Transfer {
     /// When it has been idle for too long, and when it has taken too long altogether.
     QDeadlineTimer idleEnd = QDeadlineTimer(QDeadlineTimer::Forever);
     QDeadlineTimer end = QDeadlineTimer(QDeadlineTimer::Forever);
+    /// Whether its reply has ended for good: its result is being delivered, or it waits for that of
+    /// the hop which follows it.
+    bool isAnswered = false;
     /// Whether a redirect led here.
     bool isRedirected = false;
     /// The reply that it led away from. Null once that reply is gone: a new one may get its

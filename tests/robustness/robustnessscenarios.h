@@ -19,6 +19,17 @@ inline QList<Scenario> robustnessScenarios()
         return [path](Stage &stage) { stage.client->rawGet(stage.address(path)); };
     };
     const auto binary = [](Stage &stage) { stage.fetchBinary(); };
+    const auto failingBinary = [](Stage &stage) {
+        stage.client->fetchBinary(stage.address("/failing"), stage.path("file"), 10);
+    };
+    const auto traditional = [](Scenario scenario) {
+        scenario.clients = Scenario::Traditional;
+        return scenario;
+    };
+    const auto strict = [](Scenario scenario) {
+        scenario.clients = Scenario::Strict;
+        return scenario;
+    };
 
     QList<Scenario> scenarios = {
         local("s_stopProcessChanged", "abort a list",
@@ -67,7 +78,14 @@ inline QList<Scenario> robustnessScenarios()
                  stage.client->forceRawGet(stage.address("/withheld"));
              invoke("clearReplies")(stage);
          }},
-        {"s_aborted", "after a failure", rawGet("/missing")},
+        traditional({"s_aborted", "after a failure", rawGet("/missing")}),
+        strict({"s_aborted", "abort a waiting one",
+                [](Stage &stage) {
+                    stage.recorder.clear();
+                    stage.client->rawGet(stage.address("/busy"));
+                    stage.recorder.waitFor("s_repliesCountChanged", 2);
+                    stage.client->abortDownload();
+                }}),
         local("s_aborted", "missing certificate",
               [](Stage &stage) { Q_EMIT stage.stranger()->encrypted(); }),
 
@@ -102,7 +120,22 @@ inline QList<Scenario> robustnessScenarios()
                   stage.client->rawGet(stage.address("/json"));
                   stage.client->rawGet(stage.address("/json"));
               }),
-        local("s_errorChanged", "probe time-out", invoke("pingTimeout")),
+        traditional(local("s_errorChanged", "probe time-out", invoke("pingTimeout"))),
+        strict(local("s_errorChanged", "probe time-out",
+                     [](Stage &stage) {
+                         stage.client->setPingAlwaysOn(true);
+                         stage.client->rawPost(stage.address("/withheld"), QByteArray("{}"));
+                         stage.call("pingTimeout");
+                     })),
+        strict({"s_errorChanged", "last of several failures", rawGet("/failing")}),
+        strict({"s_errorChanged", "redirected astray", rawGet("/astray")}),
+        strict({"s_errorChanged", "wrong size",
+                [](Stage &stage) {
+                    stage.client->fetchBinary(stage.address("/bytes"), stage.path("file"), 11);
+                }}),
+        strict({"s_repliesCountChanged", "waits", rawGet("/busy"), true, 1}),
+        strict({"s_stopPing", "waits", failingBinary}),
+        strict({"s_startPing", "sent again", failingBinary, true, 1}),
         local("s_errorChanged", "unknown reply", [](Stage &stage) { stage.stranger()->finish(); }),
         local("s_errorChanged", "unknown reply fails",
               [](Stage &stage) { stage.stranger()->fail(QNetworkReply::TimeoutError); }),

@@ -10,6 +10,7 @@
 #include <QtCore/QList>
 #include <QtCore/QMetaMethod>
 #include <QtCore/QTimer>
+#include <QtNetwork/QSslCertificate>
 
 #include <functional>
 
@@ -18,12 +19,25 @@ struct Road {
     const char *name = "";
     ScriptedServer::Mode mode = ScriptedServer::Mode::Http;
     bool isRedirected = false;
+    bool isStrict = false;
+
+    bool isPlain() const { return mode == ScriptedServer::Mode::Http && !isRedirected; }
+    TransferPolicy policy() const
+    {
+        if (!isStrict)
+            return TransferPolicy();
+        TransferPolicy policy = TransferPolicy::strict();
+        policy.setCaCertificates(
+            QSslCertificate::fromPath(QStringLiteral(TARVISNET_TEST_CERTIFICATES "/server.crt")));
+        policy.setRetryDelay(1);
+        return policy;
+    }
 };
 
 /// A bench on which a scenario makes the client emit a signal.
 struct RobustnessStage : ClientBench {
     explicit RobustnessStage(const Road &road)
-        : ClientBench(road.mode)
+        : ClientBench(road.mode, road.policy())
         , isRedirected(road.isRedirected)
     {
         server.on("/json", answers::json({{"answer", 42}}));
@@ -32,6 +46,9 @@ struct RobustnessStage : ClientBench {
         server.on("/locked", answers::status(401));
         server.on("/withheld", answers::withhold());
         server.on("/cut", answers::cutShort("a little"));
+        server.on("/busy", answers::bytes(QByteArray(), 503, {{"Retry-After", "300"}}));
+        server.on("/failing", answers::status(503));
+        server.on("/astray", answers::redirect(302, "ftp://127.0.0.1/"));
         server.onRequest([this](const HttpRequest &request, HttpResponse &response) {
             const QByteArray prefix("/to");
             if (!request.path().startsWith(prefix + '/'))
@@ -39,6 +56,11 @@ struct RobustnessStage : ClientBench {
             const QUrl target = server.url(request.path().mid(prefix.size()));
             response.send(302, {{"Location", target.toEncoded()}});
         });
+        if (!road.isStrict)
+            return;
+        // Checked installers are saved there.
+        client->setInstallerFileName(path("installer"));
+        forget();
     }
 
     /// The address of \a path, by way of a redirect if the road has one.
@@ -79,6 +101,13 @@ struct Scenario {
     bool usesNetwork = true;
     /// Which emission of the signal is meant.
     int emission = 0;
+    enum Clients { All, Traditional, Strict } clients = All;
+
+    bool suits(const Road &road) const
+    {
+        return (usesNetwork || road.isPlain())
+            && (clients == All || (clients == Strict) == road.isStrict);
+    }
 };
 
 #endif // TARVISNET_TESTS_ROBUSTNESSSTAGE_H

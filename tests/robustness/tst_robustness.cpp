@@ -75,6 +75,9 @@ const Road roads[] = {
     {"HTTP", Mode::Http, false},
     {"HTTPS", Mode::Https, false},
     {"redirected", Mode::Http, true},
+    {"strict HTTP", Mode::Http, false, true},
+    {"strict HTTPS", Mode::Https, false, true},
+    {"strict redirected", Mode::Http, true, true},
 };
 
 struct NamedAction {
@@ -127,12 +130,12 @@ void addScenarioRows(const NamedAction *begin, const NamedAction *end)
     QTest::addColumn<Receiver::Action>("action");
     for (const Scenario &scenario : robustnessScenarios()) {
         for (const Road &road : roads) {
+            if (!scenario.suits(road))
+                continue;
             for (const NamedAction *action = begin; action != end; ++action)
                 QTest::addRow("%s in %s, %s, %s", action->name, scenario.signal.constData(),
                               scenario.name.constData(), road.name)
                     << road << scenario << action->act;
-            if (!scenario.usesNetwork)
-                break;
         }
     }
 }
@@ -343,7 +346,9 @@ void tst_Robustness::diesWhileRequestsRun()
     const int active = stage.replies().size();
     delete stage.client;
 
-    QCOMPARE(stage.recorder.count("s_aborted"), active);
+    // What is pending counts only where every request has its end.
+    const int pending = road.isStrict && !road.isRedirected ? 1 : 0;
+    QCOMPARE(stage.recorder.count("s_aborted"), active + pending);
     QStringList names = stage.emitted();
     names.removeAll("s_aborted");
     names.removeAll("s_repliesCountChanged");
