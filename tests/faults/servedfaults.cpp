@@ -1,5 +1,7 @@
 #include "servedfaults.h"
 
+#include "clientbench.h"
+
 namespace {
 
 using Ending = ServedFault::Ending;
@@ -140,13 +142,27 @@ QList<ServedFault> oddities()
 void ServedFault::serve(ScriptedServer &server, HttpResponse &answer) const
 {
     server.on("/fault", [this, &answer](const HttpRequest &, HttpResponse &response) {
-        answer = response;
-        if (isAtOnce)
-            response.cork();
-        begin(response);
-        if (endsAtOnce())
-            end(response);
+        answerWith(response, answer);
     });
+}
+
+void ServedFault::serve(ScriptedServer &server, HttpResponse &answer, const TarvisNet &client) const
+{
+    server.on("/fault", [this, &answer, &client](const HttpRequest &, HttpResponse &response) {
+        answerWith(response, answer);
+        for (QNetworkReply *reply : clientaccess::repliesOf(client))
+            endBehind(reply, answer);
+    });
+}
+
+void ServedFault::answerWith(HttpResponse &response, HttpResponse &answer) const
+{
+    answer = response;
+    if (isAtOnce)
+        response.cork();
+    begin(response);
+    if (endsAtOnce())
+        end(response);
 }
 
 void ServedFault::endBehind(QNetworkReply *reply, HttpResponse &answer) const

@@ -4,6 +4,8 @@
 #include "endings.h"
 #include "scriptedserver.h"
 
+#include <tarvisnet/tarvisnet.h>
+
 #include <functional>
 
 /// One way in which a server fails in its answer, and what of it reaches the application.
@@ -27,12 +29,15 @@ struct ServedFault {
 
     /// Has \a server answer so to "/fault", and keeps the answer in \a answer.
     void serve(ScriptedServer &server, HttpResponse &answer) const;
+    /// Does all of that, however often \a client asks.
+    void serve(ScriptedServer &server, HttpResponse &answer, const TarvisNet &client) const;
     /// Ends \a answer once \a reply has read of it, unless it has ended at once.
     void endBehind(QNetworkReply *reply, HttpResponse &answer) const;
     /// How the request ends, given the error that was \a seen.
     ::Ending outcome(ScriptedServer::Mode mode, QNetworkReply::NetworkError seen) const;
 
 private:
+    void answerWith(HttpResponse &response, HttpResponse &answer) const;
     void end(HttpResponse &response) const;
     bool endsAtOnce() const { return isAtOnce || body.isEmpty(); }
 };
