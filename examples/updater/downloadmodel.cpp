@@ -1,5 +1,7 @@
 #include "downloadmodel.h"
 
+#include "tooltip.h"
+
 #include <QtCore/QLocale>
 
 #include <algorithm>
@@ -29,8 +31,6 @@ constexpr StateRow states[] = {
     {QT_TRANSLATE_NOOP("DownloadModel", "Waiting"), true, Deed::Abort,
      QT_TRANSLATE_NOOP("DownloadModel", "Abort")},
     {QT_TRANSLATE_NOOP("DownloadModel", "Downloading"), true, Deed::Abort,
-     QT_TRANSLATE_NOOP("DownloadModel", "Abort")},
-    {QT_TRANSLATE_NOOP("DownloadModel", "Checking"), false, Deed::None,
      QT_TRANSLATE_NOOP("DownloadModel", "Abort")},
     {QT_TRANSLATE_NOOP("DownloadModel", "Complete"), false, Deed::Start,
      QT_TRANSLATE_NOOP("DownloadModel", "Download again")},
@@ -87,6 +87,16 @@ void DownloadModel::setFiles(const QVector<RemoteFile> &files)
     endResetModel();
 }
 
+void DownloadModel::clearEnded()
+{
+    QVector<RemoteFile> left;
+    for (const Row &row : qAsConst(m_rows)) {
+        if (!hasEnded(row.state))
+            left.append(row.file);
+    }
+    setFiles(left);
+}
+
 bool DownloadModel::isActive(int row) const
 {
     return rowOfState(state(row)).active;
@@ -102,24 +112,18 @@ QString DownloadModel::deedText(int row) const
     return tr(rowOfState(state(row)).deedText);
 }
 
-int DownloadModel::rowOf(const QString &url) const
-{
-    const auto row = std::find_if(m_rows.cbegin(), m_rows.cend(),
-                                  [&url](const Row &each) { return each.url == url; });
-    return url.isEmpty() || row == m_rows.cend() ? -1 : static_cast<int>(row - m_rows.cbegin());
-}
-
 int DownloadModel::activeRowOf(const QString &url) const
 {
-    const int row = rowOf(url);
-    return row >= 0 && isActive(row) ? row : -1;
+    const auto row = std::find_if(m_rows.cbegin(), m_rows.cend(), [&url](const Row &each) {
+        return each.url == url && rowOfState(each.state).active;
+    });
+    return row == m_rows.cend() ? -1 : static_cast<int>(row - m_rows.cbegin());
 }
 
-void DownloadModel::begin(int row, const QString &url, const QString &savePath, qint64 bytes)
+void DownloadModel::begin(int row, const QString &url, qint64 bytes)
 {
     Row &begun = m_rows[row];
     begun.url = url;
-    begun.savePath = savePath;
     begun.meter = SpeedMeter(bytes);
     m_speedTimer.start();
     settle(row, State::Waiting, bytes);
@@ -202,11 +206,11 @@ QString DownloadModel::text(const Row &row, int column) const
 QVariant DownloadModel::toolTip(const Row &row, int column) const
 {
     if (column == Name)
-        return row.file.path;
+        return toolTipOf(tr("%1 from %2").arg(row.file.name, row.file.path));
     if (column == Progress)
         return tr("%1 of %2 bytes").arg(row.bytes).arg(row.file.size);
     if (column == Status && !row.reason.isEmpty())
-        return row.reason;
+        return toolTipOf(row.reason);
     return QVariant();
 }
 

@@ -13,10 +13,10 @@ class DownloadModel : public QAbstractTableModel {
 
 public:
     enum Column : int { Name, Size, Progress, Status, Speed, Action, ColumnCount };
-    enum class State { Absent, Stopped, Failed, Waiting, Running, Checking, Complete };
+    enum class State { Absent, Stopped, Failed, Waiting, Running, Complete };
     Q_ENUM(State)
     /// What the user may do with a row.
-    enum class Deed { Start, Abort, None };
+    enum class Deed { Start, Abort };
     /// Of the column Progress: how much is there, from 0 to #wholeProgress.
     static constexpr int ProgressRole = Qt::UserRole;
     static constexpr int wholeProgress = 1000;
@@ -25,23 +25,22 @@ public:
 
     /// Replaces the rows; those of files that stay the same keep their state.
     void setFiles(const QVector<RemoteFile> &files);
+    /// Takes out the rows whose download has ended.
+    void clearEnded();
+    /// Well or not.
+    static bool hasEnded(State state) { return state == State::Failed || state == State::Complete; }
     const RemoteFile &file(int row) const { return m_rows.at(row).file; }
     State state(int row) const { return m_rows.at(row).state; }
-    /// What the row was begun with.
-    QString url(int row) const { return m_rows.at(row).url; }
-    QString savePath(int row) const { return m_rows.at(row).savePath; }
     /// Whether the library has the row's request.
     bool isActive(int row) const;
     Deed deed(int row) const;
     QString deedText(int row) const;
 
-    /// The row whose request was begun with the URL text \a url, -1 if there is none.
-    int rowOf(const QString &url) const;
-    /// The same while the request is active.
+    /// The row whose request has the URL text \a url and is active, -1 if there is none.
     int activeRowOf(const QString &url) const;
 
     /// The request of the row is about to be handed to the library; \a bytes are there already.
-    void begin(int row, const QString &url, const QString &savePath, qint64 bytes);
+    void begin(int row, const QString &url, qint64 bytes);
     void setBytes(int row, qint64 bytes);
     /// \a reason is shown as the tool tip of the state.
     void settle(int row, State state, qint64 bytes, const QString &reason = QString());
@@ -59,7 +58,6 @@ private:
         qint64 bytes = 0;
         SpeedMeter meter;
         QString url;
-        QString savePath;
         QString reason;
     };
 

@@ -89,21 +89,14 @@ void DownloadTable::updateButtons(const QModelIndex &first, const QModelIndex &l
         if (!button)
             continue;
         button->setText(m_model->deedText(row));
-        button->setEnabled(m_model->deed(row) != DownloadModel::Deed::None);
         button->setAccessibleName(button->text() + QLatin1Char(' ') + m_model->file(row).name);
     }
 }
 
 void DownloadTable::doRow(int row)
 {
-    switch (m_model->deed(row)) {
-    case DownloadModel::Deed::Start:
+    if (m_model->deed(row) == DownloadModel::Deed::Start)
         Q_EMIT startRequested(row);
-        break;
-    case DownloadModel::Deed::Abort:
+    else
         Q_EMIT abortRequested(row);
-        break;
-    case DownloadModel::Deed::None:
-        break;
-    }
 }

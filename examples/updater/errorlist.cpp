@@ -1,5 +1,7 @@
 #include "errorlist.h"
 
+#include "tooltip.h"
+
 #include <QtCore/QTime>
 #include <QtWidgets/QHeaderView>
 
@@ -27,8 +29,8 @@ void ErrorList::add(const QString &words, const QString &place)
 {
     const QString time = QTime::currentTime().toString(Qt::ISODate);
     auto *item = new QTreeWidgetItem({time, words, place});
-    item->setToolTip(1, words);
-    item->setToolTip(2, place);
+    item->setToolTip(1, toolTipOf(words));
+    item->setToolTip(2, toolTipOf(place));
     insertTopLevelItem(0, item);
     delete topLevelItem(mostErrors);
 }

@@ -28,6 +28,12 @@ const char *nameOf(QtMsgType type)
     return "message";
 }
 
+// A probe says something every second.
+bool isOfProbe(const QMessageLogContext &context)
+{
+    return QByteArray(context.file).endsWith("/remoteping");
+}
+
 } // namespace
 
 LogRelay::LogRelay(QObject *parent)
@@ -54,11 +60,20 @@ void LogRelay::handle(QtMsgType type, const QMessageLogContext &context, const Q
     const QMutexLocker lock(&mutex);
     if (relay)
         relay->add(
+            context,
             QStringLiteral("%1 %2: %3").arg(time, QLatin1String(nameOf(type)), text.trimmed()));
 }
 
-void LogRelay::add(const QString &message)
+void LogRelay::setPingsShown(bool shown)
 {
+    const QMutexLocker lock(&mutex);
+    m_arePingsShown = shown;
+}
+
+void LogRelay::add(const QMessageLogContext &context, const QString &message)
+{
+    if (isOfProbe(context) && !m_arePingsShown)
+        return;
     if (m_messages.isEmpty())
         QMetaObject::invokeMethod(this, &LogRelay::flush, Qt::QueuedConnection);
     m_messages.append(message);

@@ -17,16 +17,20 @@ public:
     explicit LogRelay(QObject *parent = nullptr);
     ~LogRelay() override;
 
+    /// Whether what the library's probes say is handed on, too; false at first.
+    void setPingsShown(bool shown);
+
 Q_SIGNALS:
     /// One message or more, each on lines of its own.
     void arrived(const QString &text);
 
 private:
     static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text);
-    void add(const QString &message);
+    void add(const QMessageLogContext &context, const QString &message);
     void flush();
 
     QStringList m_messages;
+    bool m_arePingsShown = false;
 };
 
 #endif // LOGRELAY_H

@@ -5,7 +5,7 @@ Reachability::Reachability(QObject *parent)
     , m_manager(new QNetworkAccessManager)
     , m_ping(m_manager)
 {
-    // As the client does: whether the server answers does not depend on its certificate.
+    // Whether the server answers does not depend on its certificate: who it is, the client checks.
     connect(m_manager.data(), &QNetworkAccessManager::sslErrors, this,
             [](QNetworkReply *reply) { reply->ignoreSslErrors(); });
     connect(&m_ping, &RemotePing::s_ping, this, [this] {

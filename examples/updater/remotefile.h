@@ -15,9 +15,9 @@ struct RemoteFile {
     QString name;
     /// Absolute path on the server.
     QString path;
-    /// In bytes; never 0, because the library cannot download what has no known size.
+    /// In bytes; never 0.
     qint64 size = 0;
-    /// In hexadecimal; empty when the server gives none.
+    /// In hexadecimal, as the server gives it; empty when it gives none.
     QString sha256;
 };
 

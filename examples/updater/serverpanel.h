@@ -33,10 +33,10 @@ Q_SIGNALS:
 private:
     void addField(QGridLayout *layout, int number);
     void addPort(QGridLayout *layout);
-    void addBrowse(QGridLayout *layout);
+    void addBrowse(QGridLayout *layout, int number);
     void addRight(QGridLayout *layout);
     void addCaption(QGridLayout *layout, const QString &text, QWidget *field, int row, int column);
-    void browse();
+    void browse(int number);
 
     /// In the order of the fields' table.
     QVector<QLineEdit *> m_texts;

@@ -18,6 +18,7 @@ struct TextEntry {
 
 constexpr TextEntry textEntries[] = {
     {"server/host", &ServerSettings::host, ""},
+    {"server/caFile", &ServerSettings::caFile, ""},
     {"server/definitionPath", &ServerSettings::definitionPath, "/definition.json"},
     {"server/indexPath", &ServerSettings::indexPath, "/index.json"},
     {"server/changeLogPath", &ServerSettings::changeLogPath, "/changes.txt"},

@@ -12,6 +12,8 @@ QT_END_NAMESPACE
 struct ServerSettings {
     QString host;
     int port = 0;
+    /// PEM file with the authorities that the server is checked against; empty for the system's.
+    QString caFile;
     QString definitionPath;
     QString indexPath;
     QString changeLogPath;

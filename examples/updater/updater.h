@@ -9,16 +9,17 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QMap>
 #include <QtCore/QObject>
+#include <QtCore/QScopedPointer>
 
 /// What the window does: asks the server for its documents and downloads files.
 class Updater : public QObject {
     Q_OBJECT
 
 public:
-    explicit Updater(QObject *parent = nullptr);
-    ~Updater() override;
+    using QObject::QObject;
 
-    /// Takes effect for what is begun from then on.
+    /// Takes effect for what is begun from then on. Other authorities are another client: what runs
+    /// is aborted then.
     void setServer(const ServerSettings &settings);
     DownloadModel *downloads() { return &m_downloads; }
     bool isChecking() const { return !m_openDocuments.isEmpty(); }
@@ -47,7 +48,11 @@ private:
         void (TarvisNet::*fetch)(QString) = nullptr;
     };
 
+    void makeClient();
     void connectClient();
+    void configureClient();
+    void abortAll();
+    bool hasClient();
     void askForDocuments();
     void giveUpDocuments();
     void endDocument(const QString &url, bool succeeded);
@@ -55,15 +60,9 @@ private:
     void takeIndex(const QJsonDocument &document, const QString &url);
     void takeFiles(const QVector<RemoteFile> &files);
 
-    void requestFailed(short code, const QString &url);
-    void requestAborted(const QString &url);
+    void requestFailed(const QString &url, const QString &reason);
     void requestFinished(const QString &url);
-    QString errorWords(short code, const QString &url) const;
 
-    bool clearTheWay(const RemoteFile &file);
-    void verify(int row);
-    void takeChecksum(const QString &url, const QString &sha256);
-    void reject(int row, const QString &reason);
     void settleFromDisk(int row);
     void settleAllFromDisk();
     qint64 partialSize(const RemoteFile &file) const;
@@ -73,7 +72,8 @@ private:
     /// The documents that are still to come, by URL text.
     QMap<QString, Document> m_openDocuments;
     bool m_hasCheckSucceeded = false;
-    TarvisNet m_client;
+    /// None while there is a file of authorities that has none.
+    QScopedPointer<TarvisNet> m_client;
 };
 
 #endif // UPDATER_H

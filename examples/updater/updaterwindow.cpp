@@ -1,5 +1,6 @@
 #include "updaterwindow.h"
 
+#include "downloadactions.h"
 #include "downloadtable.h"
 #include "errorlist.h"
 #include "jsontree.h"
@@ -8,17 +9,20 @@
 
 #include <QtCore/QSettings>
 #include <QtGui/QFontDatabase>
+#include <QtWidgets/QCheckBox>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QMenuBar>
 #include <QtWidgets/QPlainTextEdit>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
+#include <QtWidgets/QToolButton>
 #include <QtWidgets/QVBoxLayout>
 
 namespace {
 
 constexpr QSize defaultSize(1100, 720);
 constexpr char geometryKey[] = "window/geometry";
+constexpr char showPingsKey[] = "window/showPings";
 enum Place : int { DefinitionPlace, IndexPlace };
 
 QString splitterKey(const QSplitter *splitter)
@@ -43,8 +47,10 @@ UpdaterWindow::UpdaterWindow(QSettings *settings, QWidget *parent)
     , m_content(new JsonTree({tr("Definition"), tr("Index")}))
     , m_changeLog(makeText())
     , m_downloads(new DownloadTable(m_updater.downloads()))
+    , m_downloadActions(new DownloadActions(m_updater.downloads(), this))
     , m_errors(new ErrorList)
     , m_log(makeText())
+    , m_showPings(new QCheckBox(tr("Show pings")))
 {
     setWindowTitle(tr("Updater"));
     nameWidgets();
@@ -80,6 +86,7 @@ void UpdaterWindow::nameWidgets()
     m_downloads->setObjectName(QStringLiteral("downloads"));
     m_errors->setObjectName(QStringLiteral("errors"));
     m_log->setObjectName(QStringLiteral("log"));
+    m_showPings->setObjectName(QStringLiteral("showPings"));
 }
 
 QWidget *UpdaterWindow::makeCentre()
@@ -88,12 +95,13 @@ QWidget *UpdaterWindow::makeCentre()
                                         {makePane(tr("Co&ntent of the server"), m_content),
                                          makePane(tr("&What is new"), m_changeLog)},
                                         {550, 550});
-    QSplitter *messages =
-        makeSplitter(Qt::Horizontal, "messages",
-                     {makePane(tr("&Errors"), m_errors), makePane(tr("Lo&g"), m_log)}, {660, 430});
-    QSplitter *rows = makeSplitter(Qt::Vertical, "rows",
-                                   {documents, makePane(tr("Down&loads"), m_downloads), messages},
-                                   {230, 160, 170});
+    QSplitter *messages = makeSplitter(
+        Qt::Horizontal, "messages",
+        {makePane(tr("&Errors"), m_errors), makePane(tr("Lo&g"), m_log, {m_showPings})},
+        {660, 430});
+    QWidget *downloads = makePane(tr("Down&loads"), m_downloads, makeDownloadButtons());
+    QSplitter *rows =
+        makeSplitter(Qt::Vertical, "rows", {documents, downloads, messages}, {170, 250, 150});
     auto *centre = new QWidget;
     auto *layout = new QVBoxLayout(centre);
     layout->addWidget(m_panel);
@@ -113,17 +121,36 @@ QSplitter *UpdaterWindow::makeSplitter(Qt::Orientation orientation, const char *
     return splitter;
 }
 
-QWidget *UpdaterWindow::makePane(const QString &title, QWidget *content)
+QWidget *UpdaterWindow::makePane(const QString &title, QWidget *content,
+                                 const QVector<QWidget *> &extras)
 {
     auto *pane = new QWidget;
     auto *caption = new QLabel(title);
     caption->setBuddy(content);
+    // The same in all panes, so that those side by side begin at one height.
+    caption->setMinimumHeight(m_showPings->sizeHint().height());
+    auto *top = new QHBoxLayout;
+    top->addWidget(caption, 1);
+    for (QWidget *extra : extras)
+        top->addWidget(extra);
     auto *layout = new QVBoxLayout(pane);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(3);
-    layout->addWidget(caption);
+    layout->addLayout(top);
     layout->addWidget(content, 1);
     return pane;
+}
+
+QVector<QWidget *> UpdaterWindow::makeDownloadButtons() const
+{
+    QVector<QWidget *> buttons;
+    for (QAction *action : m_downloadActions->all()) {
+        auto *button = new QToolButton;
+        button->setObjectName(action->objectName());
+        button->setDefaultAction(action);
+        buttons.append(button);
+    }
+    return buttons;
 }
 
 void UpdaterWindow::makeMenus()
@@ -136,6 +163,7 @@ void UpdaterWindow::makeMenus()
     QMenu *download = menuBar()->addMenu(tr("D&ownload"));
     download->addAction(tr("&Start or Abort Selected"), m_downloads, &DownloadTable::doCurrent,
                         QKeySequence(tr("Ctrl+D")));
+    download->addActions(m_downloadActions->all().toList());
 }
 
 void UpdaterWindow::connectPanel()
@@ -145,6 +173,7 @@ void UpdaterWindow::connectPanel()
     connect(&m_reachability, &Reachability::changed, this, [this] {
         m_panel->light()->show(m_reachability.state(), m_reachability.lastAnswer());
     });
+    connect(m_showPings, &QCheckBox::toggled, &m_relay, &LogRelay::setPingsShown);
     connect(&m_relay, &LogRelay::arrived, m_log, &QPlainTextEdit::appendPlainText);
 }
 
@@ -160,6 +189,8 @@ void UpdaterWindow::connectUpdater()
         m_content->setDocument(IndexPlace, document);
     });
     connect(m_downloads, &DownloadTable::startRequested, &m_updater, &Updater::startDownload);
+    connect(m_downloadActions, &DownloadActions::startRequested, &m_updater,
+            &Updater::startDownload);
     connect(m_downloads, &DownloadTable::abortRequested, &m_updater, &Updater::abortDownload);
 }
 
@@ -196,12 +227,14 @@ void UpdaterWindow::restore()
     const QList<QSplitter *> splitters = findChildren<QSplitter *>();
     for (QSplitter *splitter : splitters)
         splitter->restoreState(m_settings->value(splitterKey(splitter)).toByteArray());
+    m_showPings->setChecked(m_settings->value(QLatin1String(showPingsKey)).toBool());
     m_panel->setSettings(ServerSettings::load(*m_settings));
 }
 
 void UpdaterWindow::save()
 {
     m_settings->setValue(QLatin1String(geometryKey), saveGeometry());
+    m_settings->setValue(QLatin1String(showPingsKey), m_showPings->isChecked());
     const QList<QSplitter *> splitters = findChildren<QSplitter *>();
     for (const QSplitter *splitter : splitters)
         m_settings->setValue(splitterKey(splitter), splitter->saveState());

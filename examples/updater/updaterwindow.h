@@ -8,11 +8,13 @@
 #include <QtWidgets/QMainWindow>
 
 QT_BEGIN_NAMESPACE
+class QCheckBox;
 class QPlainTextEdit;
 class QSettings;
 class QSplitter;
 QT_END_NAMESPACE
 
+class DownloadActions;
 class DownloadTable;
 class ErrorList;
 class JsonTree;
@@ -37,7 +39,10 @@ private:
     QWidget *makeCentre();
     QSplitter *makeSplitter(Qt::Orientation orientation, const char *name,
                             const QVector<QWidget *> &parts, const QVector<int> &sizes);
-    QWidget *makePane(const QString &title, QWidget *content);
+    /// \a extras lie to the right of the title.
+    QWidget *makePane(const QString &title, QWidget *content,
+                      const QVector<QWidget *> &extras = {});
+    QVector<QWidget *> makeDownloadButtons() const;
     void makeMenus();
     void connectPanel();
     void connectUpdater();
@@ -58,8 +63,10 @@ private:
     JsonTree *const m_content;
     QPlainTextEdit *const m_changeLog;
     DownloadTable *const m_downloads;
+    DownloadActions *const m_downloadActions;
     ErrorList *const m_errors;
     QPlainTextEdit *const m_log;
+    QCheckBox *const m_showPings;
 };
 
 #endif // UPDATERWINDOW_H

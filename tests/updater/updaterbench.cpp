@@ -6,6 +6,7 @@
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
+#include <QtCore/QDirIterator>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QLabel>
@@ -69,8 +70,10 @@ UpdaterBench::UpdaterBench()
 {
     serveDocuments();
     serveFiles();
+    QFile::copy(certificate("server"), m_directory.filePath("authority.pem"));
     m_settings->setValue("server/host", "localhost");
     m_settings->setValue("server/port", server.port());
+    m_settings->setValue("server/caFile", m_directory.filePath("authority.pem"));
     m_settings->setValue("downloads/folder", folder());
     openWindow();
 }
@@ -134,6 +137,11 @@ QString UpdaterBench::cell(const OfferedFile &file, int column) const
     return downloads()->model()->index(row(file), column).data().toString();
 }
 
+QString UpdaterBench::toolTip(const OfferedFile &file, int column) const
+{
+    return downloads()->model()->index(row(file), column).data(Qt::ToolTipRole).toString();
+}
+
 QString UpdaterBench::state(const OfferedFile &file) const
 {
     return cell(file, DownloadModel::Status);
@@ -155,7 +163,7 @@ bool UpdaterBench::hasError(const QString &words, const QString &place) const
 {
     for (int i = 0; i < errors()->topLevelItemCount(); ++i) {
         const QTreeWidgetItem *item = errors()->topLevelItem(i);
-        if (item->text(1) == words && item->text(2).endsWith(place))
+        if (item->text(1).contains(words) && item->text(2).endsWith(place))
             return true;
     }
     return false;
@@ -171,7 +179,7 @@ QString UpdaterBench::statusText() const
     return m_window->statusBar()->currentMessage();
 }
 
-void UpdaterBench::click(QPushButton *button) const
+void UpdaterBench::click(QAbstractButton *button) const
 {
     QTest::mouseClick(button, Qt::LeftButton);
 }
@@ -199,9 +207,16 @@ QString UpdaterBench::savePath(const OfferedFile &file) const
     return folder() + '/' + file.name;
 }
 
-QString UpdaterBench::partialPath(const OfferedFile &file) const
+qint64 UpdaterBench::partialSize(const OfferedFile &file) const
 {
-    return savePath(file) + ".vtxdownload";
+    QDirIterator growing(folder(), {file.name + ".*.vtxdownload"}, QDir::Files);
+    growing.next();
+    return growing.fileInfo().size();
+}
+
+QString UpdaterBench::certificate(const QString &name)
+{
+    return QStringLiteral(TARVISNET_TEST_CERTIFICATES) + '/' + name + ".crt";
 }
 
 void UpdaterBench::takePicture(const QString &name) const

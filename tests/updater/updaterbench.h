@@ -10,6 +10,7 @@
 #include <QtWidgets/QPlainTextEdit>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QTableView>
+#include <QtWidgets/QToolButton>
 #include <QtWidgets/QTreeWidget>
 
 class UpdaterWindow;
@@ -58,17 +59,18 @@ public:
     QString value(const QStringList &names) const;
     /// The text that the row of \a file has in \a column.
     QString cell(const OfferedFile &file, int column) const;
+    QString toolTip(const OfferedFile &file, int column) const;
     QString state(const OfferedFile &file) const;
     /// In percent.
     int progress(const OfferedFile &file) const;
     QPushButton *button(const OfferedFile &file) const;
-    /// Whether there is an error with these words about a place that ends in \a place.
+    /// Whether there is an error that has these words in it, about a place that ends in \a place.
     bool hasError(const QString &words, const QString &place) const;
     QString lightWords() const;
     QString statusText() const;
     /// @}
 
-    void click(QPushButton *button) const;
+    void click(QAbstractButton *button) const;
     void select(const OfferedFile &file) const;
     /// Keys for the widget that has the focus.
     void key(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) const;
@@ -76,7 +78,10 @@ public:
 
     QString folder() const { return m_directory.filePath(QStringLiteral("files")); }
     QString savePath(const OfferedFile &file) const;
-    QString partialPath(const OfferedFile &file) const;
+    /// How much there is of what has not arrived completely.
+    qint64 partialSize(const OfferedFile &file) const;
+    /// A test server's certificate, which is its own authority.
+    static QString certificate(const QString &name);
     QString settingsFile() const { return m_directory.filePath(QStringLiteral("updater.ini")); }
     /// Saves the window as it looks where TARVISNET_PICTURES says, if it says so.
     void takePicture(const QString &name) const;
