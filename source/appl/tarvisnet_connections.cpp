@@ -40,7 +40,12 @@ void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
     if (reply->manager() == manager)
         renewManager();
     for (const QPointer<QNetworkReply> &suspect : suspects) {
-        if (suspect && transfers.contains(suspect))
+        if (!suspect || !transfers.contains(suspect))
+            continue;
+        // Who only had the wrong neighbour has used up none of its retries.
+        if (suspect != reply && transfers.value(suspect).isRepeatable)
+            sendAgain(suspect);
+        else
             perform(rules->stepAfterDrop(transfers.value(suspect)), suspect);
         if (call.ownerGone())
             return;

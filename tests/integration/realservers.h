@@ -9,11 +9,19 @@
 /// text on the way. "@root@" stands for that directory, "@backend@" for the port of nginx.
 namespace realservers {
 
+// An answer that was hinted at comes late, when another request may be waiting for its own. What
+// nginx can delay is that somebody is not known.
 inline constexpr char nginx[] = R"(
     gzip on;
     gzip_types text/plain;
     location /plain/ { default_type application/json; return 200 '{"path":"$uri"}'; }
-    location /hinted/ { default_type application/json; return 200 '{"path":"$uri"}'; }
+    location /hinted/ {
+        auth_basic late;
+        auth_basic_user_file nobody;
+        auth_delay 200ms;
+        error_page 401 =200 @late;
+    }
+    location @late { default_type application/json; return 200 '{"path":"$uri"}'; }
 )";
 
 // What root starts goes on as a user without rights. A file that is overwritten must not be mapped
