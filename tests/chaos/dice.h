@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <iterator>
 #include <random>
+#include <type_traits>
 
 /// A source of chance that gives the same numbers for the same seed on every machine.
 class Dice {
@@ -34,13 +35,20 @@ public:
     template <typename List>
     auto &pickByWeight(const List &list)
     {
+        using Entry = std::remove_reference_t<decltype(*std::begin(list))>;
+        return pickByWeight(list, &Entry::weight);
+    }
+    /// The same with another field.
+    template <typename List, typename Entry>
+    auto &pickByWeight(const List &list, int Entry::*weight)
+    {
         int total = 0;
         for (const auto &entry : list)
-            total += entry.weight;
+            total += entry.*weight;
         int left = below(total);
         auto entry = std::begin(list);
-        for (; left >= entry->weight; ++entry)
-            left -= entry->weight;
+        for (; left >= (*entry).*weight; ++entry)
+            left -= (*entry).*weight;
         return *entry;
     }
 
