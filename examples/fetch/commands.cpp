@@ -6,6 +6,7 @@
 
 #include <tarvisnet/tarvisnet.h>
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QVector>
 
 #include <algorithm>
@@ -39,12 +40,14 @@ void startChangeLog(TarvisNet &client, const Options &, const Target &target)
     fetchContent(target, [&client](const auto &where) { client.fetchInstallerChangeLog(where); });
 }
 
-void startInstaller(TarvisNet &client, const Options &, const Target &target)
+void startInstaller(TarvisNet &client, const Options &options, const Target &target)
 {
     // The library looks at a path of ours only while it has one of its own.
     if (!target.text.isEmpty() && client.getInstallerPath().isEmpty()) {
         client.setInstallerPath(target.text);
     }
+    client.setInstallerFileName(options.savePath());
+    client.setInstallerFileSize(options.size);
     fetchContent(target, [&client](const auto &where) { client.fetchInstaller(where); });
 }
 
@@ -85,18 +88,24 @@ void startPostFile(TarvisNet &client, const Options &options, const Target &targ
     client.rawPostFile(target.url, options.savePath(), options.body);
 }
 
-Conclusion concludeInstaller(const Options &, const Target &target)
+QString savedText(const QString &path)
 {
-    return {true, QStringLiteral("arrived, not saved: %1").arg(target.urlText())};
+    return QStringLiteral("saved %1 (%2)").arg(path, sizeText(QFileInfo(path).size()));
+}
+
+Conclusion concludeInstaller(const Options &options, const Target &target)
+{
+    const bool isSaved = options.policy.filesChecked();
+    return {true,
+            isSaved ? savedText(options.savePath())
+                    : QStringLiteral("arrived, not saved: %1").arg(target.urlText())};
 }
 
 Conclusion concludeBinary(const Options &options, const Target &)
 {
     const QString path = options.savePath();
     const QString fault = downloadFault(path, options.size);
-    const auto size = static_cast<qint64>(options.size);
-    return {fault.isEmpty(),
-            fault.isEmpty() ? QStringLiteral("saved %1 (%2)").arg(path, sizeText(size)) : fault};
+    return {fault.isEmpty(), fault.isEmpty() ? savedText(path) : fault};
 }
 
 Conclusion concludeDelete(const Options &, const Target &target)
@@ -141,9 +150,9 @@ const QVector<Command> &commands()
          {}, {}, content, &Options::changeLogPath,
          replies::remote_installer_log, startChangeLog, nullptr},
         {QStringLiteral("installer"), QStringLiteral("[TARGET]"),
-         QStringLiteral("the installer; its body is not saved ('binary' saves one)"),
+         QStringLiteral("the installer; saved only with --strict, which needs -o FILE"),
          {installerUrl}, {}, installer, &Options::installerPath, replies::remote_installer,
-         startInstaller, concludeInstaller},
+         startInstaller, concludeInstaller, {output, size}},
         {QStringLiteral("binary"), QStringLiteral("TARGET -o FILE --size BYTES"),
          QStringLiteral("a file, resumed if interrupted"),
          {output, size, hash}, {output, size}, file, nullptr, replies::remote_binary,

@@ -40,6 +40,8 @@ struct Command {
     void (*start)(TarvisNet &client, const Options &options, const Target &target);
     /// Judges a request whose end the library reported by its URL alone.
     Conclusion (*conclude)(const Options &options, const Target &target);
+    /// The options that it takes only where files are checked. The first it must have then.
+    QStringList checkedOptions = {};
 };
 
 /// The command of that name, or null.

@@ -218,7 +218,8 @@ bool takesOption(const Options &options, const QString &name)
     // What a command shows goes to standard output anyway.
     const bool isWhereItGoes =
         name == outputOption && options.output == standardOutput && !options.command->conclude;
-    return isWhereItGoes || options.command->options.contains(name);
+    return isWhereItGoes || options.command->options.contains(name)
+        || (options.policy.filesChecked() && options.command->checkedOptions.contains(name));
 }
 
 QString optionsFault(const QCommandLineParser &parser, const Options &options)
@@ -230,7 +231,10 @@ QString optionsFault(const QCommandLineParser &parser, const Options &options)
             return QStringLiteral("'%1' does not take --%2").arg(command.name, name);
         }
     }
-    for (const QString &name : command.required) {
+    QStringList required = command.required;
+    if (options.policy.filesChecked())
+        required += command.checkedOptions.mid(0, 1);
+    for (const QString &name : qAsConst(required)) {
         if (!parser.isSet(name)) {
             return QStringLiteral("'%1' needs --%2").arg(command.name, name);
         }
@@ -297,6 +301,8 @@ QString Options::partialPath() const
 
 qint64 Options::keptBytes() const
 {
+    if (policy.filesChecked())
+        return 0;
     const QFileInfo partial(partialPath());
     return partial.isFile() && partial.size() < static_cast<qint64>(size) ? partial.size() : 0;
 }
@@ -306,10 +312,16 @@ bool Options::usesProcessor() const
     return engine == processorEngine;
 }
 
+bool Options::mustBeSaved() const
+{
+    return command->required.contains(outputOption)
+        || (policy.filesChecked() && command->checkedOptions.contains(outputOption));
+}
+
 bool Options::isSpooled() const
 {
-    const bool needsFile = usesProcessor() ? command->options.contains(outputOption)
-                                           : command->required.contains(outputOption);
+    const bool needsFile =
+        usesProcessor() ? command->options.contains(outputOption) : mustBeSaved();
     return output == standardOutput && needsFile;
 }
 

@@ -58,10 +58,13 @@ struct Options {
     QString savePath() const;
     /// Where a binary download grows.
     QString partialPath() const;
-    /// What an earlier attempt has left there, and this one goes on from.
+    /// What an earlier attempt has left there, and this one goes on from. Where files are checked,
+    /// only the library knows.
     qint64 keptBytes() const;
     /// Whether the stand-alone processor is asked instead of the client.
     bool usesProcessor() const;
+    /// Whether the client can only fetch the answer into a file.
+    bool mustBeSaved() const;
     /// Whether the answer goes to standard output, but can only be fetched into a file.
     bool isSpooled() const;
 };

@@ -212,8 +212,11 @@ void tst_FaultsStrict::failsInTheAnswer()
 
     const AnswerEnding ending = endingOf(fault);
     const Code expected = kind.isFile() ? ending.fileCode : ending.code;
-    // There Qt takes a body that breaks off for cut or for whole, as its thread happens to run.
-    const bool isOpen = fault.outcome(mode, QNetworkReply::NoError).error != fault.error;
+    // There Qt takes a body that breaks off for cut or for whole, as its thread happens to run. Of
+    // a file whose length was announced the client knows better.
+    const bool isKnown = kind.isFile() && fault.name.startsWith("half a body");
+    const bool isOpen =
+        !isKnown && fault.outcome(mode, QNetworkReply::NoError).error != fault.error;
     const Code whole = kind.isFile() ? -226 : 0;
     if (!isOpen || bench.code() != whole)
         QCOMPARE(bench.code(), expected);

@@ -39,6 +39,8 @@ void tst_FetchUsage::isRefused_data()
     row("no option", {"get", url(), "--force"}, "Unknown option 'force'");
     row("no target", {"get"}, "'get' needs a target");
     row("no server", {"index", "/a"}, "'index' needs --host");
+    row("no place for the installer", {"installer", url(), "--strict"},
+        "'installer' needs --output");
     row("no size", {"binary", url(), "-o", "a"}, "'binary' needs --size");
     row("no number", {"binary", url(), "-o", "a", "--size", "x"}, "--size takes a number from 1");
     row("another engine", {"get", url(), "--engine", "steam"}, "--engine takes");
