@@ -49,8 +49,8 @@ bool hasNetworkError(const Failure &failure)
 /// Qt's own sentence where it has one, because that says more than the code.
 QString reasonOf(const Failure &failure)
 {
-    if (failure.reason)
-        return QString::fromLatin1(failure.reason);
+    if (!failure.reason.isEmpty())
+        return failure.reason;
     if (hasNetworkError(failure))
         return failure.reply->errorString();
     const auto reason =

@@ -21,8 +21,8 @@ struct Failure {
     qint64 received = -1;
     /// How many times the request was sent.
     int attempts = 1;
-    /// A sentence; null where Qt or the code tells it.
-    const char *reason = nullptr;
+    /// A sentence; empty where Qt or the code tells it.
+    QString reason = QString();
 };
 
 #endif // TARVISNET_FAILURE_P_H

@@ -67,7 +67,7 @@ void PendingQueue::append(const ReplyData &record, uint hash)
     const QString path = record.request.url().path(QUrl::FullyDecoded);
     enlist(m_byHash, hash, number);
     enlist(m_byPath, path, number);
-    if (const QString &file = record.fileData.tempFilePath; !file.isEmpty())
+    if (const QString &file = record.fileData.filePath; !file.isEmpty())
         enlist(m_byFile, file, number);
     m_entries.emplace_hint(m_entries.end(), number, Entry{record, hash, path});
 }
@@ -89,9 +89,9 @@ QVector<ReplyData> PendingQueue::removePath(const QString &path)
     return removed;
 }
 
-bool PendingQueue::containsFile(const QString &temporaryPath) const
+bool PendingQueue::containsFile(const QString &filePath) const
 {
-    return m_byFile.contains(temporaryPath);
+    return m_byFile.contains(filePath);
 }
 
 ReplyData PendingQueue::take(std::map<Number, Entry>::iterator entry)
@@ -99,7 +99,7 @@ ReplyData PendingQueue::take(std::map<Number, Entry>::iterator entry)
     const Number number = entry->first;
     unlist(m_byHash, entry->second.hash, number);
     ReplyData record = std::move(entry->second.record);
-    if (const QString &file = record.fileData.tempFilePath; !file.isEmpty())
+    if (const QString &file = record.fileData.filePath; !file.isEmpty())
         unlist(m_byFile, file, number);
     m_entries.erase(entry);
     return record;

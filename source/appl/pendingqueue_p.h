@@ -27,8 +27,8 @@ public:
     /// Takes out every request whose URL has the decoded path \a path, in the order they came.
     QVector<ReplyData> removePath(const QString &path);
 
-    /// Whether a request waits whose file grows at \a temporaryPath.
-    bool containsFile(const QString &temporaryPath) const;
+    /// Whether a request for the file \a filePath waits.
+    bool containsFile(const QString &filePath) const;
 
 private:
     using Number = quint64;

@@ -40,21 +40,25 @@ void TarvisNetPrivate::queueChecked(const char *function, QLatin1String replyTyp
         report(failure);
         return;
     }
+    // However it is spelt, and wherever the process goes meanwhile.
+    file.filePath = CheckedFile::identity(file.filePath);
     file.tempFilePath = temporaryPath(file.filePath);
     add(newRecord(replyType, request, QByteArray(), file));
 }
 
-bool TarvisNetPrivate::isFileTaken(const QString &temporaryPath) const
+bool TarvisNetPrivate::isFileTaken(const QString &filePath) const
 {
-    return rules->checksFiles() && !temporaryPath.isEmpty()
-        && (growingFiles->contains(temporaryPath) || pending.containsFile(temporaryPath));
+    return rules->checksFiles() && !filePath.isEmpty()
+        && (growingFiles->contains(filePath) || pending.containsFile(filePath));
 }
 
 QSharedPointer<CheckedFile> TarvisNetPrivate::checkedFile(const ReplyData &record)
 {
-    const QString path = record.fileData.tempFilePath;
-    if (!rules->checksFiles() || !replyinfo::isFileKind(record.replyType) || path.isEmpty())
+    const QString path = record.fileData.filePath;
+    if (!rules->checksFiles() || !replyinfo::isFileKind(record.replyType)
+        || record.fileData.tempFilePath.isEmpty()) {
         return nullptr;
+    }
     if (!background)
         background.reset(new BackgroundWork);
     growingFiles->insert(path);

@@ -103,10 +103,12 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::expiredReplies() const
 
 bool TarvisNetPrivate::failOverdue()
 {
-    const auto overdue = std::find_if(waiting.begin(), waiting.end(), [](const auto &entry) {
+    // Nobody waits beyond his end, so it is among those that are due.
+    const auto firstNotDue = waiting.upper_bound(QDeadlineTimer::current());
+    const auto overdue = std::find_if(waiting.begin(), firstNotDue, [](const auto &entry) {
         return entry.second.end.hasExpired();
     });
-    if (overdue == waiting.end())
+    if (overdue == firstNotDue)
         return false;
     const Transfer transfer = overdue->second;
     waiting.erase(overdue);

@@ -10,7 +10,7 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
     clientLog.debug(Q_FUNC_INFO) << "<TarvisNet::replyError> Network error: \n"
                                  << " code: " << code << "\n";
     auto *reply = qobject_cast<QNetworkReply *>(sender());
-    const QString url = replyinfo::urlText(reply);
+    const QString url = d->urlText(reply);
     QJsonDocument document;
     if (reply) {
         document = QJsonDocument::fromJson(d->transfers.value(reply).answer);
@@ -30,6 +30,7 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
         const Transfer transfer = d->transfers.value(reply);
         Failure failure = {rule.clientCode, url, reply, document, transfer.record.fileData};
         failure.attempts = transfer.attempts;
+        failure.reason = transfer.tlsFault;
         d->report(failure);
     }
     if (rule.abortsFirstRunning && !call.ownerGone())
@@ -44,6 +45,15 @@ void TarvisNet::replySslErrors(QList<QSslError> listErr)
         d->report({errorcodes::ssl_error_list_empty, QString()});
     else if (reply && d->rules->acceptsTlsErrors())
         reply->ignoreSslErrors();
+    else
+        d->keepTlsFault(reply, listErr.constFirst());
+}
+
+/// Qt's own error says no more than that the handshake failed.
+void TarvisNetPrivate::keepTlsFault(QNetworkReply *reply, const QSslError &error)
+{
+    if (const auto transfer = transfers.find(reply); transfer != transfers.end())
+        transfer->tlsFault = error.errorString();
 }
 
 void TarvisNet::replyEncrypted()
@@ -57,12 +67,12 @@ void TarvisNet::replyEncrypted()
     const char *fault = d->rules->faultOfPeer(certificate);
     if (!fault)
         return;
-    const QString url = replyinfo::urlText(reply);
+    const QString url = d->urlText(reply);
     clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
                                    << certificate.subjectDisplayName() << "abort" << url;
     const ActiveCall call(this, d->manager);
     if (d->rules->isolatesFailures() && d->transfers.contains(reply)) {
-        d->fail(reply, errorcodes::ssl_handshake_failed);
+        d->fail(reply, errorcodes::ssl_handshake_failed, fault);
         return;
     }
     d->report({errorcodes::ssl_handshake_failed, url, reply});

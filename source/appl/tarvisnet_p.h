@@ -29,6 +29,7 @@
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QNetworkReply>
 #include <QtNetwork/QSslConfiguration>
+#include <QtNetwork/QSslError>
 
 #include <map>
 #include <memory>
@@ -82,8 +83,8 @@ struct TarvisNetPrivate {
     void add(const ReplyData &record) const { q->addRequest(record); }
     /// Whether another request may be sent now.
     bool mayStart() const;
-    /// Whether a request that has not ended writes the file that grows at \a temporaryPath.
-    bool isFileTaken(const QString &temporaryPath) const;
+    /// Whether a request that has not ended is to write the file \a filePath.
+    bool isFileTaken(const QString &filePath) const;
     /// Drops the pending requests with the path \a urlPath. False when the client is gone.
     bool dropPending(const char *function, const QString &urlPath);
     /// Drops everything that is pending, and accepts nothing more, at the end of the client.
@@ -236,6 +237,8 @@ struct TarvisNetPrivate {
 
     /// @}
 
+    /// Keeps what is wrong with the peer, for when the request has failed.
+    void keepTlsFault(QNetworkReply *reply, const QSslError &error);
     /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.
     void report(const Failure &failure) const;
     void report(const Failure &failure, const QJsonDocument &document) const;
@@ -255,7 +258,7 @@ struct TarvisNetPrivate {
     /// What is to be sent again, by the time when it is due.
     std::multimap<QDeadlineTimer, Transfer> waiting;
     QTimer clock;
-    /// Where the checked files grow whose requests have been sent.
+    /// The checked files whose requests have been sent.
     QSharedPointer<QSet<QString>> growingFiles;
     QSharedPointer<BackgroundWork> background;
     /// Managers with connections that are not to be trusted, until their replies have ended.

@@ -139,7 +139,7 @@ Failure TarvisNetPrivate::failureOf(const Transfer &transfer, const QNetworkRepl
     failure.body = QJsonDocument::fromJson(transfer.answer);
     failure.file = transfer.record.fileData;
     failure.attempts = transfer.attempts;
-    failure.reason = reason;
+    failure.reason = reason ? QString::fromLatin1(reason) : transfer.tlsFault;
     if (transfer.checkedFile)
         failure.received = qint64(transfer.checkedFile->receivedSize());
     return failure;

@@ -50,7 +50,7 @@ void TarvisNetPrivate::enqueue(const ReplyData &record, const Admission &admissi
 
 bool TarvisNetPrivate::admit(const ReplyData &record, bool refusesEqual)
 {
-    if (isFileTaken(record.fileData.tempFilePath))
+    if (isFileTaken(record.fileData.filePath))
         return false;
     if (refusesEqual)
         return pending.appendNew(record);

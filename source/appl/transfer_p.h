@@ -41,6 +41,8 @@ struct Transfer {
     DownloadFile file;
     /// The file instead, where files are checked; null elsewhere.
     QSharedPointer<CheckedFile> checkedFile;
+    /// What is wrong with the peer; empty when nothing is.
+    QString tlsFault;
     /// When it has been idle for too long, and when it has taken too long altogether.
     QDeadlineTimer idleEnd = QDeadlineTimer(QDeadlineTimer::Forever);
     QDeadlineTimer end = QDeadlineTimer(QDeadlineTimer::Forever);
