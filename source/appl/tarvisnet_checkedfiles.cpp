@@ -36,7 +36,7 @@ void TarvisNetPrivate::queueChecked(const char *function, QLatin1String replyTyp
     if (!CheckedFile::isHash(file.hash)) {
         clientLog.warning(function) << "Not a hash:" << file.hash;
         Failure failure = {errorcodes::file_corrupted, url};
-        failure.reason = "The text of the hash is none.";
+        failure.reason = QStringLiteral("The text of the hash is none.");
         report(failure);
         return;
     }
