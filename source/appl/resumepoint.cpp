@@ -123,6 +123,9 @@ Answer answerOf(const QNetworkReply *reply)
 
 QByteArray validatorOf(const Answer &answer)
 {
+    // Some servers give the coded and the plain content one tag, and ranges are of the plain one.
+    if (!isPlain(answer.encoding))
+        return QByteArray();
     if (answer.eTag.startsWith('"'))
         return answer.eTag;
     // A file that was changed in the very second in which it was served may change again in it.

@@ -207,8 +207,22 @@ void Download::checkDestination()
     const QByteArray content = contentOf(m_destination);
     const bool isAsBefore = content == m_content && content.isNull() == m_content.isNull();
     if (!isAsBefore && (content.isNull() || !isServed(content)))
-        fault(QStringLiteral("%1 bytes in place that nobody served").arg(content.size()));
+        fault(QStringLiteral("in place, but never served: ") + described(content));
     m_content = content;
+}
+
+QString Download::described(const QByteArray &content) const
+{
+    QStringList texts = {QStringLiteral("%1 bytes").arg(content.size())};
+    for (const Version &version : m_versions) {
+        const auto [here, there] = std::mismatch(content.begin(), content.end(),
+                                                 version.content.begin(), version.content.end());
+        Q_UNUSED(there)
+        texts.append(QStringLiteral("%1 like a version of %2 bytes")
+                         .arg(here - content.begin())
+                         .arg(version.content.size()));
+    }
+    return texts.join(QStringLiteral(", "));
 }
 
 bool Download::isServed(const QByteArray &content) const
@@ -224,5 +238,7 @@ bool Download::isServed(const QByteArray &content) const
 
 void Download::fault(const QString &text)
 {
-    m_faults.append(QString::fromLatin1(m_path) + QStringLiteral(": ") + text);
+    const QStringList where = {QString::fromLatin1(m_path), QString::number(m_size),
+                               QString::fromLatin1(m_hash)};
+    m_faults.append(where.join(QLatin1Char(' ')) + QStringLiteral(": ") + text);
 }

@@ -64,6 +64,8 @@ private:
     const Lie *drawLie(Dice &dice, int Lie::*weight) const;
     void placeOldFile(Dice &dice);
     bool isEnough(Needs needs) const;
+    /// How much of it is like which version.
+    QString described(const QByteArray &content) const;
     bool isServed(const QByteArray &content) const;
     void fault(const QString &text);
 

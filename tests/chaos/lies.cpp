@@ -404,7 +404,8 @@ constexpr Lie allLies[] = {
     {"another version", 3, 6, Needs::Nothing, true, lies::tellTheTruth},
     {"the whole for a range", 0, 4, Needs::Nothing, false, wholeForRange},
     {"cut anywhere", 30, 14, Needs::Nothing, false, cutAnywhere},
-    {"chunks cut", 8, 4, Needs::Nothing, false, cutChunks},
+    // Now and then Qt takes what arrived for the whole, and says nothing.
+    {"chunks cut", 8, 4, Needs::Size, false, cutChunks},
     {"cut without a length", 6, 3, Needs::Size, false, cutWithoutLength},
     {"closed", 2, 1, Needs::Nothing, false, closed},
     {"silent", 1, 1, Needs::Nothing, false, silent},

@@ -157,6 +157,11 @@ void tst_ResumePoint::validatorOfAnAnswer_data()
         << HttpHeaders{{"Last-Modified", date}, {"Date", date}} << none;
     QTest::newRow("tag in the second of the answer")
         << HttpHeaders{{"ETag", tag}, {"Last-Modified", date}, {"Date", date}} << QByteArray(tag);
+    QTest::newRow("of a coded body")
+        << HttpHeaders{{"ETag", tag}, {"Last-Modified", date}, {"Content-Encoding", "gzip"}}
+        << QByteArray();
+    QTest::newRow("of a body that is coded as it is")
+        << HttpHeaders{{"ETag", tag}, {"Content-Encoding", "identity"}} << QByteArray(tag);
 }
 
 void tst_ResumePoint::validatorOfAnAnswer()
