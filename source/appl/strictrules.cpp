@@ -120,6 +120,11 @@ bool StrictRules::isolatesFailures() const
     return m_policy.failuresIsolated();
 }
 
+bool StrictRules::guardsAnswers() const
+{
+    return true;
+}
+
 QJsonDocument StrictRules::documentOf(const Failure &failure) const
 {
     return m_policy.errorsExplained() ? explanation(failure) : failure.body;

@@ -65,6 +65,17 @@ NextStep plain(NextStep::Kind kind)
     return step;
 }
 
+/// Qt now and then takes what came before a connection broke for the whole body. A coded one has
+/// another length, and a 304 has that of a body which it does not have.
+bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
+{
+    bool isNumber = false;
+    const qint64 length = reply.rawHeader("Content-Length").toLongLong(&isNumber);
+    return isNumber && !replyinfo::isFileKind(transfer.record.replyType)
+        && !reply.hasRawHeader("Content-Encoding") && replyinfo::httpStatus(&reply) != 304
+        && transfer.answer.size() + reply.bytesAvailable() < length;
+}
+
 int portOf(const QUrl &url)
 {
     return url.port(url.scheme() == QLatin1String("https") ? 443 : 80);
@@ -118,6 +129,8 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
     if (reply.error() != QNetworkReply::NoError)
         return m_policy.failuresIsolated() ? failure(errorRule(reply.error()).clientCode)
                                            : NextStep();
+    if (isCutShort(transfer, reply))
+        return stepAfterBreak(transfer);
     if (m_policy.redirectsChecked() && isRedirect(status))
         return redirectStep(transfer, reply);
     if (!transfer.checkedFile)

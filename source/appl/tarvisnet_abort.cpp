@@ -95,6 +95,7 @@ void TarvisNetPrivate::abort(QNetworkReply *reply)
         q->removeReply(reply);
         return;
     }
+    distrustConnectionOf(reply);
     aborting.insert(reply, false);
     reply->abort();
     if (!call.ownerGone() && aborting.take(reply))

@@ -67,8 +67,17 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply
     return suspects;
 }
 
+/// Its answer may still come, if Qt has taken an interim one for it, and nobody is there to notice.
+void TarvisNetPrivate::distrustConnectionOf(QNetworkReply *reply)
+{
+    const bool isUnanswered = reply->isRunning() && replyinfo::httpStatus(reply) < 200;
+    if (rules->guardsAnswers() && isUnanswered && reply->manager() == manager)
+        mustRenewManager = true;
+}
+
 void TarvisNetPrivate::renewManager()
 {
+    mustRenewManager = false;
     const QSharedPointer<QNetworkAccessManager> old = manager;
     retiredManagers.append(old);
     manager.reset(rules->newManager());

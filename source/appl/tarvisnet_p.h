@@ -149,6 +149,8 @@ struct TarvisNetPrivate {
     /// Whether a transfer whose reply has ended goes on, or has failed; otherwise it is to be
     /// delivered.
     bool goesOn(QNetworkReply *reply);
+    /// Removes a transfer whose end is told elsewhere.
+    void forget(QNetworkReply *reply);
     void perform(const NextStep &step, QNetworkReply *reply);
     /// Takes a transfer out of the table, and lets go of its reply. From here on only the caller
     /// can end it.
@@ -176,6 +178,7 @@ struct TarvisNetPrivate {
     void dropConnections(QNetworkReply *reply);
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
     void renewManager();
+    void distrustConnectionOf(QNetworkReply *reply);
     void dropUnusedManagers();
     /// True when the body that is held in memory is too long with what has arrived.
     bool outgrows(const Transfer &transfer, const QNetworkReply &reply) const;
@@ -261,6 +264,9 @@ struct TarvisNetPrivate {
     /// The checked files whose requests have been sent.
     QSharedPointer<QSet<QString>> growingFiles;
     QSharedPointer<BackgroundWork> background;
+    /// Whether the manager has connections that are not to be trusted, so that the next request
+    /// needs another.
+    bool mustRenewManager = false;
     /// Managers with connections that are not to be trusted, until their replies have ended.
     QList<QSharedPointer<QNetworkAccessManager>> retiredManagers;
     /// Replies whose abort() is on the call stack, and whether each is to be deleted after it.

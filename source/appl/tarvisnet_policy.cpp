@@ -11,14 +11,29 @@
 NextStep TarvisNetPrivate::nextStep(QNetworkReply *reply) const
 {
     const auto transfer = transfers.constFind(reply);
-    return transfer == transfers.cend() ? NextStep() : rules->nextStep(*transfer, *reply);
+    const bool isOver = transfer == transfers.cend() || aborting.contains(reply);
+    return isOver ? NextStep() : rules->nextStep(*transfer, *reply);
 }
 
 bool TarvisNetPrivate::goesOn(QNetworkReply *reply)
 {
+    if (rules->guardsAnswers() && aborting.contains(reply)
+        && reply->error() == QNetworkReply::NoError) {
+        // It was answered before it was aborted, which is all that is told of it.
+        forget(reply);
+        return true;
+    }
     const NextStep step = nextStep(reply);
     perform(step, reply);
     return step.kind != NextStep::Kind::AsEver;
+}
+
+void TarvisNetPrivate::forget(QNetworkReply *reply)
+{
+    const ActiveCall call(q, manager);
+    q->removeReply(reply);
+    if (!call.ownerGone())
+        stopPing();
 }
 
 void TarvisNetPrivate::perform(const NextStep &step, QNetworkReply *reply)

@@ -130,6 +130,8 @@ void TarvisNetPrivate::attempt(Transfer transfer)
 {
     if (!prepareFile(transfer))
         return;
+    if (mustRenewManager)
+        renewManager();
     ++transfer.attempts;
     transfer.server = replyinfo::serverOf(transfer.request.url());
     const ReplyData record = transfer.record;

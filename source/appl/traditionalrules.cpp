@@ -120,6 +120,11 @@ bool TraditionalRules::isolatesFailures() const
     return false;
 }
 
+bool TraditionalRules::guardsAnswers() const
+{
+    return false;
+}
+
 NextStep TraditionalRules::nextStep(const Transfer & /*transfer*/,
                                     const QNetworkReply & /*reply*/) const
 {

@@ -21,6 +21,7 @@ public:
     bool checksFiles() const override;
     Limits limits() const override;
     bool isolatesFailures() const override;
+    bool guardsAnswers() const override;
     NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const override;
     NextStep stepAfterSilence(const Transfer &transfer) const override;
     NextStep stepAfterBreak(const Transfer &transfer) const override;

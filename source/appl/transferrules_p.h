@@ -126,6 +126,10 @@ public:
     /// What follows the end of \a reply, with which \a transfer was last sent.
     virtual NextStep nextStep(const Transfer &transfer, const QNetworkReply &reply) const = 0;
 
+    /// Whether an answer must reach none but the request that it belongs to: not one that was
+    /// aborted, nor the next one on its connection.
+    virtual bool guardsAnswers() const = 0;
+
     /// What follows when nothing has come of a transfer for too long.
     virtual NextStep stepAfterSilence(const Transfer &transfer) const = 0;
 
