@@ -1,5 +1,6 @@
 #include "strictrules_p.h"
 
+#include "bodydecoder_p.h"
 #include "errorcodes.h"
 #include "replyinfo_p.h"
 #include "retryschedule_p.h"
@@ -133,6 +134,8 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
         return stepAfterBreak(transfer);
     if (m_policy.redirectsChecked() && isRedirect(status))
         return redirectStep(transfer, reply);
+    if (transfer.decoder && !transfer.decoder->isComplete())
+        return retryOrFail(transfer, errorcodes::network_error, "The compressed body is cut off.");
     if (!transfer.checkedFile)
         return {};
     return isRedirect(status) ? failure(errorcodes::file_corrupted)

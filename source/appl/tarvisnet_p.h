@@ -116,6 +116,8 @@ struct TarvisNetPrivate {
     static bool isSentByGet(const QString &replyType);
     /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
+    /// \a request as it is sent for \a transfer, which is made ready for its answer.
+    QNetworkRequest withCodings(QNetworkRequest request, Transfer &transfer) const;
     QNetworkReply *connected(QNetworkReply *reply) const;
     void createReplyConnections(QNetworkReply *reply) const;
     /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it.
@@ -180,8 +182,8 @@ struct TarvisNetPrivate {
     void renewManager();
     void distrustConnectionOf(QNetworkReply *reply);
     void dropUnusedManagers();
-    /// True when the body that is held in memory is too long with what has arrived.
-    bool outgrows(const Transfer &transfer, const QNetworkReply &reply) const;
+    /// Ends a transfer whose answer's body is too long, or cannot be decoded.
+    void judgeBody(QNetworkReply *reply);
 
     /// Something has arrived or was sent.
     void noteActivity(QNetworkReply *reply);

@@ -1,5 +1,6 @@
 #include "tarvisnet.h"
 
+#include "bodydecoder_p.h"
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
@@ -169,10 +170,13 @@ void TarvisNetPrivate::expire(QNetworkReply *reply)
         perform(rules->stepAfterSilence(transfer), reply);
 }
 
-bool TarvisNetPrivate::outgrows(const Transfer &transfer, const QNetworkReply &reply) const
+void TarvisNetPrivate::judgeBody(QNetworkReply *reply)
 {
-    const qint64 most = rules->limits().bodySize;
-    return most > 0
-        && rules->arrival(transfer.record.replyType, replyinfo::httpStatus(&reply)) == Arrival::Kept
-        && transfer.answer.size() + reply.bytesAvailable() > most;
+    const QSharedPointer<BodyDecoder> decoder = transfers.value(reply).decoder;
+    if (!decoder)
+        return;
+    if (decoder->state() == BodyDecoder::State::TooLong)
+        fail(reply, errorcodes::body_too_large);
+    else if (decoder->state() == BodyDecoder::State::Faulty)
+        fail(reply, errorcodes::network_error, "The body is not compressed as the server says.");
 }

@@ -2,6 +2,18 @@
 
 #include "tarvisnet_p.h"
 
+namespace {
+
+/// What the \a received bytes of a body have become.
+qlonglong decodedSize(const Transfers &transfers, QNetworkReply *reply, qlonglong received)
+{
+    const auto transfer = transfers.constFind(reply);
+    const bool isDecoded = transfer != transfers.cend() && isDecodedHere(*transfer, *reply);
+    return isDecoded ? transfer->answer.size() : received;
+}
+
+} // namespace
+
 void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
 {
     if (_received <= 0)
@@ -10,7 +22,7 @@ void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
     d->noteActivity(reply);
     const QString url = d->urlText(reply);
     const FileData file = d->record(reply).fileData;
-    const qlonglong bytes = file.resumeOffset + _received;
+    const qlonglong bytes = file.resumeOffset + decodedSize(d->transfers, reply, _received);
     double percentage = 0;
     if (file.size != 0)
         percentage = replyinfo::percentage(bytes, file.size);

@@ -36,10 +36,25 @@ bool TarvisNetPrivate::isSentByGet(const QString &replyType)
 QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
 {
     transfer.answer = transfer.isGet ? transfer.body : QByteArray();
+    const QNetworkRequest request = withCodings(transfer.request, transfer);
     if (transfer.isGet)
-        return get(transfer.request);
+        return get(request);
     const Verb *verb = verbWithBody(transfer.record.replyType);
-    return (this->*verb->send)(transfer.request, transfer.body);
+    return (this->*verb->send)(request, transfer.body);
+}
+
+/// Qt decodes at once whatever has arrived, however long that becomes. It leaves the coding alone
+/// where somebody else asks for it, so the client asks for the codings that Qt would ask for.
+QNetworkRequest TarvisNetPrivate::withCodings(QNetworkRequest request, Transfer &transfer) const
+{
+    const char header[] = "Accept-Encoding";
+    transfer.decoder.reset();
+    transfer.maximumAnswer = rules->limits().bodySize;
+    transfer.isCodingOurs = transfer.maximumAnswer > 0
+        && !replyinfo::isFileKind(transfer.record.replyType) && request.rawHeader(header).isEmpty();
+    if (transfer.isCodingOurs)
+        request.setRawHeader(header, "gzip, deflate");
+    return request;
 }
 
 QNetworkReply *TarvisNetPrivate::get(const QNetworkRequest &request)

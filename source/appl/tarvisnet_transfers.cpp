@@ -6,6 +6,7 @@
 
 #include <QtCore/QVector>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <utility>
@@ -32,6 +33,18 @@ void deliverJson(TarvisNetPrivate &client, const Answer &answer)
                        answer.url);
 }
 
+/// As Qt lists them: of a body that was decoded it leaves the length out, which does not hold.
+QList<QNetworkReply::RawHeaderPair> headersOf(const Answer &answer)
+{
+    QList<QNetworkReply::RawHeaderPair> headers = answer.reply->rawHeaderPairs();
+    const auto isLength = [](const QNetworkReply::RawHeaderPair &header) {
+        return header.first.compare("Content-Length", Qt::CaseInsensitive) == 0;
+    };
+    if (isDecodedHere(answer.transfer, *answer.reply))
+        headers.erase(std::remove_if(headers.begin(), headers.end(), isLength), headers.end());
+    return headers;
+}
+
 template <void (TarvisNet::*signal)(QByteArray, QString, QList<QNetworkReply::RawHeaderPair>)>
 void deliverFile(TarvisNetPrivate &client, const Answer &answer)
 {
@@ -39,7 +52,7 @@ void deliverFile(TarvisNetPrivate &client, const Answer &answer)
     const QString path = client.rawFileSavePath;
     if (!body.isEmpty() && !path.isEmpty() && !savedfile::overwriteStart(path, body))
         clientLog.warning(answer.function) << "Error opening file to save" << path;
-    Q_EMIT std::invoke(signal, client.q, body, answer.url, answer.reply->rawHeaderPairs());
+    Q_EMIT std::invoke(signal, client.q, body, answer.url, headersOf(answer));
 }
 
 void deliverDownload(TarvisNetPrivate &client, const Answer &answer)
@@ -169,12 +182,10 @@ void TarvisNet::replyReadyRead()
     d->noteActivity(reply);
     const auto found = d->transfers.find(reply);
     Transfer *transfer = found == d->transfers.end() ? nullptr : &*found;
-    if (transfer && d->outgrows(*transfer, *reply)) {
-        d->fail(reply, errorcodes::body_too_large);
-        return;
-    }
     if (collectArrived(clientEngine, Q_FUNC_INFO, *d->rules, reply, transfer))
         saveBinary(reply);
+    else
+        d->judgeBody(reply);
     if (reply)
         readbuffer::releaseUnread(reply);
 }

@@ -1,6 +1,43 @@
 #include "transfer_p.h"
 
+#include "bodydecoder_p.h"
 #include "replyinfo_p.h"
+
+namespace {
+
+// How much is taken at a time: what is too long need not be read to its end.
+constexpr qint64 pieceSize = qint64(64) * 1024;
+
+QByteArray codingOf(const Transfer &transfer, const QNetworkReply &reply)
+{
+    return transfer.isCodingOurs ? reply.rawHeader("Content-Encoding") : QByteArray();
+}
+
+void keepUpToMaximum(QNetworkReply &reply, Transfer &transfer)
+{
+    if (!transfer.decoder) {
+        transfer.decoder =
+            QSharedPointer<BodyDecoder>::create(codingOf(transfer, reply), transfer.maximumAnswer);
+    }
+    while (transfer.decoder->state() == BodyDecoder::State::Good && reply.bytesAvailable() > 0)
+        transfer.decoder->take(reply.read(pieceSize), transfer.answer);
+}
+
+/// In place: a copy of the transfer would copy the whole body with every chunk.
+void keep(QNetworkReply &reply, Transfer &transfer)
+{
+    if (transfer.maximumAnswer > 0)
+        keepUpToMaximum(reply, transfer);
+    else
+        transfer.answer += reply.readAll();
+}
+
+} // namespace
+
+bool isDecodedHere(const Transfer &transfer, const QNetworkReply &reply)
+{
+    return BodyDecoder::decodes(codingOf(transfer, reply));
+}
 
 Transfer::Transfer() = default;
 Transfer::Transfer(const Transfer &other) = default;
@@ -25,8 +62,7 @@ bool collectArrived(const replylog::Engine &engine, const char *function,
     case Arrival::Saved:
         return true;
     case Arrival::Kept:
-        // In place: a copy of the transfer would copy the whole body with every chunk.
-        transfer->answer += reply->readAll();
+        keep(*reply, *transfer);
         break;
     case Arrival::Unread:
         replylog::logUnsavedStatus(engine, function, status);

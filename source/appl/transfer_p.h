@@ -12,6 +12,7 @@
 #include <QtCore/QSharedPointer>
 #include <QtNetwork/QNetworkReply>
 
+class BodyDecoder;
 class CheckedFile;
 
 /// A request in flight, or one that waits to be sent again.
@@ -38,6 +39,12 @@ struct Transfer {
     int retries = 0;
     /// What has arrived of the answer, unless it goes to the file.
     QByteArray answer;
+    /// How many bytes that may be; 0 for any number.
+    qint64 maximumAnswer = 0;
+    /// Whether Qt leaves the answer's coding to the client.
+    bool isCodingOurs = false;
+    /// Undoes it. Null until something has arrived, and where the answer may have any size.
+    QSharedPointer<BodyDecoder> decoder;
     DownloadFile file;
     /// The file instead, where files are checked; null elsewhere.
     QSharedPointer<CheckedFile> checkedFile;
@@ -61,6 +68,9 @@ struct Transfer {
 /// download are left unread.
 bool collectArrived(const replylog::Engine &engine, const char *function,
                     const TransferRules &rules, QNetworkReply *reply, Transfer *transfer);
+
+/// Whether the answer in \a reply is decoded by the client, and not by Qt.
+bool isDecodedHere(const Transfer &transfer, const QNetworkReply &reply);
 
 /// The requests in flight by their replies, in the order of the replies' addresses.
 using Transfers = QMap<QNetworkReply *, Transfer>;

@@ -43,6 +43,13 @@ QByteArray gzip(const QString &command)
     return shell.readAllStandardOutput();
 }
 
+/// Zeros, far more of them than the bound.
+const QByteArray &bomb()
+{
+    static const QByteArray packed = gzip("head -c 268435456 /dev/zero");
+    return packed;
+}
+
 /// How the end of a body is known.
 enum class Framing { Length, Chunks, Close };
 
@@ -93,6 +100,7 @@ private Q_SLOTS:
     void countsDecodedBytes();
     void filesAreNotBounded_data();
     void filesAreNotBounded();
+    void memoryStaysNearTheBound_data();
     void memoryStaysNearTheBound();
 };
 
@@ -214,14 +222,33 @@ void tst_TarvisNetBodyLimit::filesAreNotBounded()
     QCOMPARE(files::read(bench.path("file")), content);
 }
 
+void tst_TarvisNetBodyLimit::memoryStaysNearTheBound_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<Framing>("framing");
+    QTest::addColumn<bool>("isCompressed");
+    QTest::newRow("plain") << 200 << Framing::Length << false;
+    QTest::newRow("compressed") << 200 << Framing::Length << true;
+    QTest::newRow("compressed, chunked") << 200 << Framing::Chunks << true;
+    QTest::newRow("compressed, until close") << 200 << Framing::Close << true;
+    QTest::newRow("compressed, of an error") << 500 << Framing::Length << true;
+}
+
 void tst_TarvisNetBodyLimit::memoryStaysNearTheBound()
 {
     if (!memoryIsMeasurable)
         QSKIP("The sanitizer holds freed memory back.");
+    QFETCH(const int, status);
+    QFETCH(const Framing, framing);
+    QFETCH(const bool, isCompressed);
     ScriptedServer server;
-    server.on("/a", [](const HttpRequest &, HttpResponse &response) {
-        response.sendGenerated(200, {}, 1024 * MiB);
-    });
+    if (isCompressed) {
+        server.on("/a", framed(bomb(), framing, status, {{"Content-Encoding", "gzip"}}));
+    } else {
+        server.on("/a", [](const HttpRequest &, HttpResponse &response) {
+            response.sendGenerated(200, {}, 1024 * MiB);
+        });
+    }
     QProcess fetch;
     fetch.start(QCoreApplication::applicationFilePath(),
                 {fetchArgument, server.url("/a").toString()});
