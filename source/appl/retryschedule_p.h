@@ -22,7 +22,7 @@ int waitMsec(int firstMsec, int retries, double chance);
 std::optional<qint64> retryAfter(const QByteArray &text, const QDateTime &now);
 
 /// How long the server may have us wait, in seconds.
-inline constexpr qint64 longestRetryAfter = 5 * 60;
+inline constexpr qint64 longestRetryAfter = qint64(5) * 60;
 
 } // namespace retryschedule
 
