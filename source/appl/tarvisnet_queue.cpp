@@ -3,6 +3,8 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr int patientWaitMsec = 5000;
@@ -104,12 +106,10 @@ bool TarvisNetPrivate::reportDropped(const QVector<ReplyData> &records) const
 bool TarvisNetPrivate::reportAborted(const QStringList &urls) const
 {
     const ActiveCall call(q, manager);
-    for (const QString &url : urls) {
+    return std::all_of(urls.cbegin(), urls.cend(), [&](const QString &url) {
         Q_EMIT q->s_aborted(url);
-        if (call.ownerGone())
-            return false;
-    }
-    return true;
+        return !call.ownerGone();
+    });
 }
 
 void TarvisNetPrivate::dropQueue()

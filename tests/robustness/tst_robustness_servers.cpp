@@ -169,7 +169,8 @@ void tst_RobustnessServers::largeDownloadStaysSmall()
 
 void tst_RobustnessServers::collectsManySmallPieces()
 {
-    // Copied with every piece, this body would make the program move more than a hundred GiB.
+    // Copied with every piece, this body would make the program move many GiB: the more pieces,
+    // the more.
     const QByteArray body = HttpResponse::generated(0, int(32 * MiB));
     ClientBench bench;
     bench.server.on("/bytes", [&body](const HttpRequest &, HttpResponse &response) {
@@ -182,7 +183,7 @@ void tst_RobustnessServers::collectsManySmallPieces()
     connect(reply, &QIODevice::readyRead, this, [&pieces] { ++pieces; });
     QVERIFY(bench.recorder.waitFor("s_rawGetFileFinished", 1, patience));
 
-    QVERIFY2(pieces > 1000, QByteArray::number(pieces));
+    QVERIFY2(pieces > 200, QByteArray::number(pieces));
     QVERIFY(bench.recorder.last("s_rawGetFileFinished").at(0).toByteArray() == body);
 }
 
