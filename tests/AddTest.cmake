@@ -20,6 +20,7 @@ function(tarvisnet_add_test name)
     tarvisnet_build_options(${name})
     target_link_libraries(${name} PRIVATE
         ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt5::Test)
+    target_precompile_headers(${name} REUSE_FROM tarvisnet_test_support)
     add_test(NAME ${name} COMMAND ${arg_COMMAND} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${arg_TIMEOUT}
