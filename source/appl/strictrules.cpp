@@ -55,20 +55,21 @@ QByteArray fingerprint(const QSslCertificate &certificate)
 
 StrictRules::StrictRules(TransferPolicy policy)
     : m_policy(std::move(policy))
+    , m_verifying(m_policy.peersVerified() ? verifyingConfiguration(m_policy.caCertificates())
+                                           : QSslConfiguration())
 {
 }
 
 QSslConfiguration StrictRules::tlsConfiguration() const
 {
-    return m_policy.peersVerified() ? verifyingConfiguration(m_policy.caCertificates())
-                                    : TraditionalRules::tlsConfiguration();
+    return m_policy.peersVerified() ? m_verifying : TraditionalRules::tlsConfiguration();
 }
 
 QNetworkAccessManager *StrictRules::newManager() const
 {
     if (!m_policy.peersVerified())
         return TraditionalRules::newManager();
-    return new UniformManager(verifyingConfiguration(m_policy.caCertificates()));
+    return new UniformManager(m_verifying);
 }
 
 /// What the probe opens, others use.

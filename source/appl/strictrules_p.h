@@ -40,6 +40,8 @@ private:
     NextStep redirectStep(const Transfer &transfer, const QNetworkReply &reply) const;
 
     const TransferPolicy m_policy;
+    /// Of peers that are verified. Made once: reading the system's authorities takes its time.
+    const QSslConfiguration m_verifying;
 };
 
 #endif // TARVISNET_STRICTRULES_P_H
