@@ -1,5 +1,6 @@
 #include "checkedfile_p.h"
 
+#include "downloadfile_p.h"
 #include "replacement_p.h"
 #include "temporaryfile_p.h"
 
@@ -102,7 +103,7 @@ void CheckedFile::lookAtBeginning()
 void CheckedFile::setHeaders(QNetworkRequest &request) const
 {
     const bool isRange = m_question.offset > 0;
-    const QByteArray range = "bytes=" + QByteArray::number(m_question.offset) + '-';
+    const QByteArray range = savedfile::openRange(m_question.offset);
     request.setRawHeader("Accept-Encoding", "identity");
     // A null value takes the header away.
     request.setRawHeader("Range", isRange ? range : QByteArray());

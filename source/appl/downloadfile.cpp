@@ -64,6 +64,11 @@ bool DownloadFile::write(QNetworkReply *reply, QFile &file) const
     return true;
 }
 
+QByteArray savedfile::openRange(qint64 from)
+{
+    return "bytes=" + QByteArray::number(from) + '-';
+}
+
 bool savedfile::overwriteStart(const QString &path, const QByteArray &body)
 {
     QFile file(path);

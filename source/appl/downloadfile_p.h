@@ -42,6 +42,9 @@ private:
 
 namespace savedfile {
 
+/// The Range value that asks for what is still missing of a file.
+QByteArray openRange(qint64 from);
+
 /// Writes \a body over the start of the file \a path; what the file has beyond it stays. False when
 /// the file cannot be opened.
 bool overwriteStart(const QString &path, const QByteArray &body);

@@ -26,8 +26,6 @@ inline constexpr char invalidAnyUrl[] = "<TarvisNet::fetchDefinition> Invalid ur
 
 /// \a url with the scheme "https" if it has none.
 QUrl withScheme(QUrl url);
-/// The Range value that asks for what is still missing of a file.
-QByteArray openRange(qint64 from);
 /// Has \a request ask for what is missing of \a file, and for all of it when nothing is there.
 void askForRest(QNetworkRequest &request, FileData &file);
 /// The record of a request that is to be queued.

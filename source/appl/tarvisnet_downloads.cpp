@@ -55,7 +55,7 @@ void askForRest(QNetworkRequest &request, FileData &file)
     const qint64 available = QFileInfo(file.tempFilePath).size();
     const bool isBeginning = available != 0 && quint64(available) < file.size;
     file.resumeOffset = isBeginning ? available : 0;
-    request.setRawHeader("Range", isBeginning ? openRange(available) : QByteArray());
+    request.setRawHeader("Range", isBeginning ? savedfile::openRange(available) : QByteArray());
 }
 
 void TarvisNet::fetchBinary(QString _urlPath, QString _savePath, qulonglong _size, QString _hash)

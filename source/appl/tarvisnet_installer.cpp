@@ -17,7 +17,7 @@ void queueInstaller(const TarvisNetPrivate &client, const char *function, const 
         return;
     }
     if (file.resumeOffset != 0 && quint64(file.resumeOffset) < file.size) {
-        const QByteArray range = openRange(file.resumeOffset);
+        const QByteArray range = savedfile::openRange(file.resumeOffset);
         clientLog.debug(function) << "<TarvisNet::fetchInstaller> File avalible bytes: " << range;
         request.setRawHeader("Range", range);
     }

@@ -8,11 +8,6 @@ QUrl withScheme(QUrl url)
     return url;
 }
 
-QByteArray openRange(qint64 from)
-{
-    return "bytes=" + QByteArray::number(from) + '-';
-}
-
 ReplyData newRecord(QLatin1String replyType, const QNetworkRequest &request, const QByteArray &data,
                     const FileData &file)
 {
