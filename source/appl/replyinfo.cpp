@@ -20,6 +20,13 @@ QUrl serverOf(const QUrl &url)
                         | QUrl::RemoveFragment);
 }
 
+bool isSameServer(const QUrl &left, const QUrl &right)
+{
+    const int usualPort = left.scheme() == QLatin1String("https") ? 443 : 80;
+    return left.scheme() == right.scheme() && left.host() == right.host()
+        && left.port(usualPort) == right.port(usualPort);
+}
+
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply)
 {
     if (!reply)

@@ -23,6 +23,10 @@ QString urlText(const QNetworkReply *reply);
 /// Scheme, host and port of \a url.
 QUrl serverOf(const QUrl &url);
 
+/// Whether both name one server, however they give the port and whoever asks. Such requests share
+/// connections.
+bool isSameServer(const QUrl &left, const QUrl &right);
+
 /// Where the server sends us instead, if it does. A redirect without a target gives an empty URL.
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply);
 

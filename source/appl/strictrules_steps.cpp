@@ -77,17 +77,6 @@ bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
         && transfer.answer.size() + reply.bytesAvailable() < length;
 }
 
-int portOf(const QUrl &url)
-{
-    return url.port(url.scheme() == QLatin1String("https") ? 443 : 80);
-}
-
-bool isSameOrigin(const QUrl &left, const QUrl &right)
-{
-    return left.scheme() == right.scheme() && left.host() == right.host()
-        && portOf(left) == portOf(right);
-}
-
 /// Why no request may go from \a source to \a target; null if it may.
 const char *faultOfTarget(const QUrl &source, const QUrl &target)
 {
@@ -211,10 +200,10 @@ NextStep StrictRules::redirectStep(const Transfer &transfer, const QNetworkReply
     NextStep step = plain(NextStep::Kind::Redirect);
     step.becomesGet = becomesGet(transfer, row->verb);
     step.request = transfer.request;
-    step.request.setUrl(target);
+    step.request->setUrl(target);
     if (step.becomesGet)
-        removeHeaders(step.request, bodyHeaders);
-    if (!isSameOrigin(reply.url(), target))
-        removeHeaders(step.request, privateHeaders);
+        removeHeaders(*step.request, bodyHeaders);
+    if (!replyinfo::isSameServer(reply.url(), target))
+        removeHeaders(*step.request, privateHeaders);
     return step;
 }

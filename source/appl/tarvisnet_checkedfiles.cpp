@@ -120,7 +120,7 @@ void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
         perform(rules->stepAfterBreak(transfers.value(reply)), reply);
         return;
     case CheckedFile::Verdict::WriteFailed:
-        fail(reply, errorcodes::file_write_failed, "The disk does not take the file.");
+        fail(reply, errorcodes::file_write_failed);
         return;
     case CheckedFile::Verdict::Corrupted:
         fail(reply, errorcodes::file_corrupted, "What was fetched is not the file.");
@@ -130,6 +130,7 @@ void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
 
 bool TarvisNetPrivate::isBeingChecked(QNetworkReply *reply) const
 {
-    const Transfer transfer = transfers.value(reply);
-    return reply->isFinished() && transfer.checkedFile && !transfer.isAnswered;
+    const auto transfer = transfers.constFind(reply);
+    return reply->isFinished() && transfer != transfers.cend() && transfer->checkedFile
+        && !transfer->isAnswered;
 }

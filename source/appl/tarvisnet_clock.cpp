@@ -48,7 +48,7 @@ void TarvisNetPrivate::noteActivity(QNetworkReply *reply)
 void TarvisNetPrivate::watch(QNetworkReply *reply)
 {
     noteActivity(reply);
-    wakeAt(deadlineOf(transfers.value(reply)));
+    wakeAt(deadlineOf(*transfers.constFind(reply)));
 }
 
 void TarvisNetPrivate::wakeAt(const QDeadlineTimer &deadline)

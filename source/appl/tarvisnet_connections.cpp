@@ -13,14 +13,6 @@
 
 namespace {
 
-/// As Qt has requests share connections: whoever asks, and however the port is given.
-bool shareConnections(const QUrl &left, const QUrl &right)
-{
-    const int usualPort = left.scheme() == QLatin1String("https") ? 443 : 80;
-    return left.scheme() == right.scheme() && left.host() == right.host()
-        && left.port(usualPort) == right.port(usualPort);
-}
-
 /// A manager makes itself the parent of its jar, but an application's jar stays without one.
 void shareJar(const QNetworkAccessManager &source, QNetworkAccessManager &target)
 {
@@ -60,7 +52,7 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply
         const QNetworkReply &candidate = *other.key();
         if (candidate.isRunning() && candidate.manager() == reply->manager()
             && replyinfo::httpStatus(&candidate) == 0
-            && shareConnections(candidate.url(), reply->url())) {
+            && replyinfo::isSameServer(candidate.url(), reply->url())) {
             suspects.append(other.key());
         }
     }
@@ -90,15 +82,12 @@ void TarvisNetPrivate::renewManager()
 /// Not at once: it may be one of their replies that is being handled.
 void TarvisNetPrivate::dropUnusedManagers()
 {
-    const auto isUnused = [this](const QSharedPointer<QNetworkAccessManager> &candidate) {
-        return std::none_of(
+    const auto isUsed = [this](const QSharedPointer<QNetworkAccessManager> &candidate) {
+        return std::any_of(
             transfers.keyBegin(), transfers.keyEnd(),
             [&candidate](const QNetworkReply *reply) { return reply->manager() == candidate; });
     };
-    for (const QSharedPointer<QNetworkAccessManager> &candidate : qAsConst(retiredManagers)) {
-        if (isUnused(candidate))
-            releaseOnceUnwound(candidate);
-    }
-    retiredManagers.erase(std::remove_if(retiredManagers.begin(), retiredManagers.end(), isUnused),
-                          retiredManagers.end());
+    const auto firstUnused = std::partition(retiredManagers.begin(), retiredManagers.end(), isUsed);
+    std::for_each(firstUnused, retiredManagers.end(), releaseOnceUnwound);
+    retiredManagers.erase(firstUnused, retiredManagers.end());
 }

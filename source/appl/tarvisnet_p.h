@@ -216,7 +216,7 @@ struct TarvisNetPrivate {
     /// Has the peers of the probe and its answers checked if the rules ask for it.
     void guardProbe();
     /// Starts the probe beside a request that is to be watched.
-    void probeServer(const QUrl &server, const QString &replyType);
+    void probeServer(const Transfer &transfer);
     /// The probe got no answer: so has no request to that server.
     void expireProbed();
     /// Stops a running probe. The signal's receivers may do anything.

@@ -89,7 +89,7 @@ void TarvisNetPrivate::sendAgain(QNetworkReply *reply)
 void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
 {
     Transfer next = withdraw(reply);
-    next.request = step.request;
+    next.request = *step.request;
     if (step.becomesGet) {
         next.isGet = true;
         next.body.clear();
@@ -172,9 +172,10 @@ void TarvisNetPrivate::expire(QNetworkReply *reply)
 
 void TarvisNetPrivate::judgeBody(QNetworkReply *reply)
 {
-    const QSharedPointer<BodyDecoder> decoder = transfers.value(reply).decoder;
-    if (!decoder)
+    const auto transfer = transfers.constFind(reply);
+    if (transfer == transfers.cend() || !transfer->decoder)
         return;
+    const QSharedPointer<BodyDecoder> decoder = transfer->decoder;
     if (decoder->state() == BodyDecoder::State::TooLong)
         fail(reply, errorcodes::body_too_large);
     else if (decoder->state() == BodyDecoder::State::Faulty)

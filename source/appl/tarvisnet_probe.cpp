@@ -7,11 +7,11 @@ namespace {
 
 /// The probe's port is a number of 16 bits with a sign: who has always been asked at a port beyond
 /// 32767 is nobody.
-void setTraditionalTarget(RemotePing &ping, const QUrl &server)
+void setTraditionalTarget(RemotePing &ping, const QUrl &url)
 {
-    ping.setScheme(server.scheme());
-    ping.setHost(server.host(QUrl::FullyDecoded));
-    ping.setPort(short(server.port(-1)));
+    ping.setScheme(url.scheme());
+    ping.setHost(url.host(QUrl::FullyDecoded));
+    ping.setPort(short(url.port(-1)));
 }
 
 } // namespace
@@ -75,15 +75,15 @@ void TarvisNetPrivate::expireProbed()
     }
 }
 
-void TarvisNetPrivate::probeServer(const QUrl &server, const QString &replyType)
+void TarvisNetPrivate::probeServer(const Transfer &transfer)
 {
-    const bool wanted = pingAlwaysOn || replyinfo::isFileKind(replyType);
+    const bool wanted = pingAlwaysOn || replyinfo::isFileKind(transfer.record.replyType);
     if (!wanted || remotePing->isRunnig())
         return;
     if (rules->isolatesFailures())
-        remotePing->setUrl(server);
+        remotePing->setUrl(transfer.server);
     else
-        setTraditionalTarget(*remotePing, server);
+        setTraditionalTarget(*remotePing, transfer.request.url());
     Q_EMIT q->s_startPing(-1);
 }
 

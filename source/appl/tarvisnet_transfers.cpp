@@ -146,19 +146,20 @@ void TarvisNetPrivate::attempt(Transfer transfer)
     if (mustRenewManager)
         renewManager();
     ++transfer.attempts;
-    transfer.server = replyinfo::serverOf(transfer.request.url());
-    const ReplyData record = transfer.record;
+    // Nobody else asks for it.
+    if (rules->isolatesFailures())
+        transfer.server = replyinfo::serverOf(transfer.request.url());
     QNetworkReply *reply = send(transfer);
     if (!file(reply, transfer))
         return;
-    if (replyinfo::isFileKind(record.replyType))
+    if (replyinfo::isFileKind(transfer.record.replyType))
         readbuffer::limit(reply, greatestSize(transfer));
     if (transfer.checkedFile) {
         const auto judge = [this, reply] { takeFile(reply); };
         QObject::connect(reply, &QNetworkReply::metaDataChanged, q, judge);
     }
     watch(reply);
-    probeServer(transfer.server, record.replyType);
+    probeServer(transfer);
 }
 
 bool TarvisNetPrivate::file(QNetworkReply *reply, Transfer transfer)

@@ -28,7 +28,7 @@ struct Transfer {
     /// What is sent: what was asked, until a redirect leads elsewhere.
     QNetworkRequest request;
     QByteArray body;
-    /// Who is asked: the URL without its path.
+    /// Who is asked: the URL without its path. Empty where failures are not isolated.
     QUrl server;
     bool isGet = true;
     /// Whether sending it once more does no harm.

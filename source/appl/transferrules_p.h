@@ -10,6 +10,8 @@
 #include <QtNetwork/QSslCertificate>
 #include <QtNetwork/QSslConfiguration>
 
+#include <optional>
+
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
 QT_END_NAMESPACE
@@ -64,7 +66,7 @@ struct NextStep {
     /// Before a retry.
     int waitMsec = 0;
     /// Of a redirect.
-    QNetworkRequest request = QNetworkRequest();
+    std::optional<QNetworkRequest> request = std::nullopt;
     bool becomesGet = false;
 };
 
