@@ -209,10 +209,11 @@ void TarvisNet::replyFinished()
             return;
         clientLog.warning(Q_FUNC_INFO) << "<TarvisNet::replyFinished> Uknown reply.";
         d->report({errorcodes::unknown_reply, replyinfo::urlText(reply), reply});
+        if (call.ownerGone())
+            return;
         if (reply)
-            reply->deleteLater();
-        if (!call.ownerGone())
-            d->stopPing();
+            d->release(reply);
+        d->stopPing();
     }
 }
 

@@ -23,6 +23,7 @@ private Q_SLOTS:
     void stopsProbeFirst_data();
     void stopsProbeFirst();
     void abortsThoughQueueIsLocked();
+    void keepsReplyThatFinishesAgain();
 
     void abortsList();
     void abortsNothing();
@@ -219,6 +220,26 @@ void tst_TarvisNetAbort::abortsThoughQueueIsLocked()
         QCOMPARE(bench.log.count(QtWarningMsg, "Unable to lock mutex!"), 1);
     }
     QVERIFY(bench.isPending(pending));
+}
+
+// A reply may have ended a moment before it is aborted. In a receiver's event loop it then tells of
+// that end too, and nobody knows it any more; but its abort() is still on the call stack.
+void tst_TarvisNetAbort::keepsReplyThatFinishesAgain()
+{
+    WaitingBench bench;
+    bench.get({"/1"});
+    const QPointer<QNetworkReply> reply = bench.running().constFirst();
+    bool isThere = false;
+    QObject receiver;
+    connect(bench.client, &TarvisNet::s_repliesCountChanged, &receiver, [&] {
+        Q_EMIT reply->finished();
+        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
+        isThere = !reply.isNull();
+    });
+    bench.client->abortDownload();
+    QVERIFY(isThere);
+    QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
+    QVERIFY(reply.isNull());
 }
 
 void tst_TarvisNetAbort::abortsList()
