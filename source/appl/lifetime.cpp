@@ -4,36 +4,36 @@
 
 namespace {
 
-/// Releases a manager when the event loop that is running now gets control back.
-class ManagerKeeper : public QObject {
+/// Releases an object when the event loop that is running now gets control back.
+class Keeper : public QObject {
 public:
-    explicit ManagerKeeper(QSharedPointer<QNetworkAccessManager> manager)
-        : m_manager(std::move(manager))
+    explicit Keeper(QSharedPointer<QObject> object)
+        : m_kept(std::move(object))
     {
         deleteLater();
     }
 
 private:
-    QSharedPointer<QNetworkAccessManager> m_manager;
+    QSharedPointer<QObject> m_kept;
 };
 
 } // namespace
 
-ActiveCall::ActiveCall(QObject *owner, const QSharedPointer<QNetworkAccessManager> &manager)
+ActiveCall::ActiveCall(QObject *owner, const QSharedPointer<QObject> &managers)
     : m_owner(owner)
-    , m_manager(manager)
+    , m_managers(managers)
 {
 }
 
 ActiveCall::~ActiveCall()
 {
-    if (ownerGone() && m_manager)
-        releaseOnceUnwound(std::move(m_manager));
+    if (ownerGone() && m_managers)
+        releaseOnceUnwound(std::move(m_managers));
 }
 
-void releaseOnceUnwound(QSharedPointer<QNetworkAccessManager> manager)
+void releaseOnceUnwound(QSharedPointer<QObject> object)
 {
-    new ManagerKeeper(std::move(manager)); // deletes itself
+    new Keeper(std::move(object)); // deletes itself
 }
 
 QueueLock::QueueLock(QSharedPointer<QMutex> mutex, int waitMsec)

@@ -5,17 +5,16 @@
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
 #include <QtCore/QSharedPointer>
-#include <QtNetwork/QNetworkAccessManager>
 
 /// \file
 /// Guards for one fact: whoever receives a signal may delete the object that emitted it.
 
 /// Stands in every function that emits or calls what may emit. Tells whether the owner was deleted
-/// meanwhile, and keeps the network access manager until the call stack has unwound if so: Qt goes
+/// meanwhile, and keeps its network access managers until the call stack has unwound if so: Qt goes
 /// on using the reply below us, and the reply dies with its manager.
 class ActiveCall {
 public:
-    ActiveCall(QObject *owner, const QSharedPointer<QNetworkAccessManager> &manager);
+    ActiveCall(QObject *owner, const QSharedPointer<QObject> &managers);
     ~ActiveCall();
 
     /// True once the owner is deleted: none of its members may be touched any more.
@@ -25,11 +24,11 @@ private:
     Q_DISABLE_COPY(ActiveCall)
 
     QPointer<QObject> m_owner;
-    QSharedPointer<QNetworkAccessManager> m_manager;
+    QSharedPointer<QObject> m_managers;
 };
 
-/// Keeps a manager until the call stack has unwound.
-void releaseOnceUnwound(QSharedPointer<QNetworkAccessManager> manager);
+/// Keeps an object until the call stack has unwound.
+void releaseOnceUnwound(QSharedPointer<QObject> object);
 
 /// Holds a mutex that may lose its owner while it is locked.
 class QueueLock {

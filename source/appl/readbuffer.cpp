@@ -21,6 +21,11 @@ constexpr int greatestBlock = 8 * MiB;
 
 namespace readbuffer {
 
+bool mayNeedBound(quint64 size)
+{
+    return size == 0 || size >= boundedFromSize;
+}
+
 void limit(QNetworkReply *reply, quint64 expectedSize)
 {
     if (expectedSize < boundedFromSize)

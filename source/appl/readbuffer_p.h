@@ -10,6 +10,9 @@ QT_END_NAMESPACE
 /// How much Qt holds of a download that is on its way to the disk.
 namespace readbuffer {
 
+/// Whether a download of \a size bytes, 0 for an unknown number, may be one that is to be bounded.
+bool mayNeedBound(quint64 size);
+
 /// Bounds what Qt buffers of a download of \a expectedSize bytes.
 void limit(QNetworkReply *reply, quint64 expectedSize);
 

@@ -2,6 +2,9 @@
 
 #include "checkedfile_p.h"
 #include "explanation_p.h"
+#include "readbuffer_p.h"
+#include "replyinfo_p.h"
+#include "transfer_p.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtNetwork/QNetworkAccessManager>
@@ -72,6 +75,20 @@ QNetworkAccessManager *StrictRules::newManager() const
     return new UniformManager(m_verifying);
 }
 
+int StrictRules::downloadThreads() const
+{
+    return m_policy.downloadThreads();
+}
+
+/// By HTTP/2 Qt holds whatever has arrived, however little of it is wanted.
+bool StrictRules::allowsHttp2(const Transfer &transfer) const
+{
+    const ReplyData &record = transfer.record;
+    return m_policy.http2Allowed() && transfer.request.url().scheme() == QLatin1String("https")
+        && !(replyinfo::isFileKind(record.replyType)
+             && readbuffer::mayNeedBound(record.fileData.size));
+}
+
 /// What the probe opens, others use.
 bool StrictRules::checksPeerOfProbe() const
 {
@@ -92,12 +109,14 @@ const char *StrictRules::faultOfPeer(const QSslCertificate &certificate) const
     return isPinned ? nullptr : "Key not pinned";
 }
 
-/// Downloads that share a connection would wait for one another.
+/// Downloads that are marked for pipelining share a connection, and wait for one another there.
 void StrictRules::prepareFileRequest(QNetworkRequest &request, const QString &replyType,
                                      AddressForm form, const QByteArray &userAgent) const
 {
     TraditionalRules::prepareFileRequest(request, replyType, form, userAgent);
     request.setAttribute(QNetworkRequest::HttpPipeliningAllowedAttribute, QVariant());
+    if (m_policy.connectionsKept())
+        request.setRawHeader("Connection", QByteArray());
 }
 
 QString StrictRules::temporaryPath(const QString &directory, const QString &filePath) const

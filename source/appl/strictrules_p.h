@@ -14,6 +14,8 @@ public:
 
     QSslConfiguration tlsConfiguration() const override;
     QNetworkAccessManager *newManager() const override;
+    int downloadThreads() const override;
+    bool allowsHttp2(const Transfer &transfer) const override;
     bool checksPeerOfProbe() const override;
     bool acceptsTlsErrors() const override;
     const char *faultOfPeer(const QSslCertificate &certificate) const override;

@@ -60,7 +60,7 @@ TarvisNet::TarvisNet(const TransferPolicy &policy, QObject *parent)
     , d(new TarvisNetPrivate(this, policy, rulesFor(policy)))
 {
     registerMetaTypes();
-    d->manager.reset(d->rules->newManager());
+    d->managers.reset(new ManagerPool(*d->rules));
     // Recursive: adding a request emits, under the lock, the signal that starts one.
     d->queueMutex.reset(new QMutex(QMutex::Recursive));
     d->initializeContentTypes();
@@ -68,7 +68,7 @@ TarvisNet::TarvisNet(const TransferPolicy &policy, QObject *parent)
     d->clock.setSingleShot(true);
     connect(&d->clock, &QTimer::timeout, this, [this] { d->tick(); });
 
-    d->remotePing.reset(new RemotePing(d->manager, nullptr));
+    d->remotePing.reset(new RemotePing(d->managers->primary(), nullptr));
     connect(d->remotePing.data(), &RemotePing::s_timeout, this, &TarvisNet::pingTimeout);
     connect(this, &TarvisNet::s_startPing, d->remotePing.data(), &RemotePing::start);
     connect(this, &TarvisNet::s_stopPing, d->remotePing.data(), &RemotePing::stop);

@@ -9,7 +9,7 @@ void TarvisNet::killReply(QNetworkReply *reply)
 {
     if (!reply)
         return;
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     const QString url = d->urlText(reply);
     d->abort(reply);
     if (!call.ownerGone())
@@ -18,7 +18,7 @@ void TarvisNet::killReply(QNetworkReply *reply)
 
 void TarvisNet::clearReplies()
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     ++d->startBlocks;
     const QList<QNetworkReply *> replies = d->transfers.keys();
     for (QNetworkReply *reply : replies) {
@@ -36,7 +36,7 @@ void TarvisNet::clearReplies()
 
 void TarvisNet::abortDownload(QString _fileUrl)
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (!d->dropPending(Q_FUNC_INFO, _fileUrl))
         return;
     const QPointer<QNetworkReply> reply = d->firstRunningReply(_fileUrl);
@@ -61,7 +61,7 @@ void TarvisNet::abortDownload(QString _fileUrl)
 
 void TarvisNet::abortDownload(QStringList _fileUrls)
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     // The flag keeps the places that are freed below from being taken by what is yet to be removed.
     setStopProcess(true);
     for (const QString &fileUrl : std::as_const(_fileUrls)) {
@@ -88,7 +88,7 @@ void TarvisNetPrivate::abort(QNetworkReply *reply)
 {
     if (aborting.contains(reply))
         return;
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     if (rules->isolatesFailures())
         withdrawSources(transfers.value(reply));
     if (isBeingChecked(reply)) {

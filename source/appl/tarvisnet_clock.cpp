@@ -63,7 +63,7 @@ void TarvisNetPrivate::wakeAt(const QDeadlineTimer &deadline)
 
 void TarvisNetPrivate::tick()
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     const QList<QPointer<QNetworkReply>> expired = expiredReplies();
     for (const QPointer<QNetworkReply> &reply : expired) {
         if (reply && transfers.contains(reply))

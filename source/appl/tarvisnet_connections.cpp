@@ -3,34 +3,17 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
-#include <QtNetwork/QNetworkCookieJar>
-
-#include <algorithm>
-
 /// \file
 /// Getting rid of connections that may carry the answer to somebody else's request: after an
 /// interim answer, which Qt takes for the final one, the final one is taken for the next request's.
 
-namespace {
-
-/// A manager makes itself the parent of its jar, but an application's jar stays without one.
-void shareJar(const QNetworkAccessManager &source, QNetworkAccessManager &target)
-{
-    QNetworkCookieJar *jar = source.cookieJar();
-    const bool isApplications = !jar->parent();
-    target.setCookieJar(jar);
-    if (isApplications)
-        jar->setParent(nullptr);
-}
-
-} // namespace
-
 void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     const QList<QPointer<QNetworkReply>> suspects = suspectsOf(reply);
-    if (reply->manager() == manager)
-        renewManager();
+    managers->distrust(reply->manager());
+    if (managers->isPrimaryDistrusted())
+        replacePrimaryManager();
     for (const QPointer<QNetworkReply> &suspect : suspects) {
         if (!suspect || !transfers.contains(suspect))
             continue;
@@ -63,31 +46,23 @@ QList<QPointer<QNetworkReply>> TarvisNetPrivate::suspectsOf(QNetworkReply *reply
 void TarvisNetPrivate::distrustConnectionOf(QNetworkReply *reply)
 {
     const bool isUnanswered = reply->isRunning() && replyinfo::httpStatus(reply) < 200;
-    if (rules->guardsAnswers() && isUnanswered && reply->manager() == manager)
-        mustRenewManager = true;
+    if (rules->guardsAnswers() && isUnanswered)
+        managers->distrust(reply->manager());
 }
 
-void TarvisNetPrivate::renewManager()
+void TarvisNetPrivate::replacePrimaryManager()
 {
-    mustRenewManager = false;
-    const QSharedPointer<QNetworkAccessManager> old = manager;
-    retiredManagers.append(old);
-    manager.reset(rules->newManager());
-    shareJar(*old, *manager);
-    remotePing->setManager(manager);
+    managers->replacePrimary();
+    remotePing->setManager(managers->primary());
     guardProbe();
     wakeAt(QDeadlineTimer(0));
 }
 
-/// Not at once: it may be one of their replies that is being handled.
 void TarvisNetPrivate::dropUnusedManagers()
 {
-    const auto isUsed = [this](const QSharedPointer<QNetworkAccessManager> &candidate) {
-        return std::any_of(
-            transfers.keyBegin(), transfers.keyEnd(),
-            [&candidate](const QNetworkReply *reply) { return reply->manager() == candidate; });
-    };
-    const auto firstUnused = std::partition(retiredManagers.begin(), retiredManagers.end(), isUsed);
-    std::for_each(firstUnused, retiredManagers.end(), releaseOnceUnwound);
-    retiredManagers.erase(firstUnused, retiredManagers.end());
+    QSet<QNetworkAccessManager *> used;
+    for (auto transfer = transfers.keyBegin(); transfer != transfers.keyEnd(); ++transfer)
+        used.insert((*transfer)->manager());
+    managers->dropUnused(used);
+    wakeAt(managers->nextDrop());
 }

@@ -24,7 +24,7 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
     // What is not as ever is dealt with once the reply has finished.
     if (d->nextStep(reply).kind != NextStep::Kind::AsEver)
         return;
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     const ErrorRule rule = d->rules->errorRule(code);
     if (rule.clientCode != 0) {
         const Transfer transfer = d->transfers.value(reply);
@@ -39,7 +39,7 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
 
 void TarvisNet::replySslErrors(QList<QSslError> listErr)
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     auto *reply = qobject_cast<QNetworkReply *>(sender());
     if (!replylog::logSslErrors(clientEngine, Q_FUNC_INFO, listErr))
         d->report({errorcodes::ssl_error_list_empty, QString()});
@@ -70,7 +70,7 @@ void TarvisNet::replyEncrypted()
     const QString url = d->urlText(reply);
     clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
                                    << certificate.subjectDisplayName() << "abort" << url;
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (d->rules->isolatesFailures() && d->transfers.contains(reply)) {
         d->fail(reply, errorcodes::ssl_handshake_failed, fault);
         return;

@@ -5,6 +5,7 @@
 #include "checkedfile_p.h"
 #include "failure_p.h"
 #include "lifetime_p.h"
+#include "managerpool_p.h"
 #include "pendingqueue_p.h"
 #include "remoteping.h"
 #include "replyinfo_p.h"
@@ -106,15 +107,17 @@ struct TarvisNetPrivate {
     /// Files a transfer under its reply, unless there is one already; false then.
     bool file(QNetworkReply *reply, Transfer transfer);
     /// Each sends, and connects its reply to the client.
-    QNetworkReply *get(const QNetworkRequest &request);
+    QNetworkReply *get(QNetworkAccessManager &manager, const QNetworkRequest &request);
     QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
     static bool isSentByGet(const QString &replyType);
+    /// Where a transfer is sent from.
+    QNetworkAccessManager &managerFor(const Transfer &transfer);
     /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
-    /// \a request as it is sent for \a transfer, which is made ready for its answer.
-    QNetworkRequest withCodings(QNetworkRequest request, Transfer &transfer) const;
+    /// The request as it is sent for \a transfer, which is made ready for its answer.
+    QNetworkRequest requestToSend(Transfer &transfer) const;
     QNetworkReply *connected(QNetworkReply *reply) const;
     void createReplyConnections(QNetworkReply *reply) const;
     /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it.
@@ -176,7 +179,7 @@ struct TarvisNetPrivate {
     /// are not theirs.
     void dropConnections(QNetworkReply *reply);
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
-    void renewManager();
+    void replacePrimaryManager();
     void distrustConnectionOf(QNetworkReply *reply);
     void dropUnusedManagers();
     /// Ends a transfer whose answer's body is too long, or cannot be decoded.
@@ -254,7 +257,7 @@ struct TarvisNetPrivate {
 
     QSharedPointer<User> user;
     QSharedPointer<RemotePath> remotePaths;
-    QSharedPointer<QNetworkAccessManager> manager;
+    QSharedPointer<ManagerPool> managers;
     QSslConfiguration sslConfiguration;
     Transfers transfers;
     /// What is to be sent again, by the time when it is due.
@@ -263,11 +266,6 @@ struct TarvisNetPrivate {
     /// The checked files whose requests have been sent.
     QSharedPointer<QSet<QString>> growingFiles;
     QSharedPointer<BackgroundWork> background;
-    /// Whether the manager has connections that are not to be trusted, so that the next request
-    /// needs another.
-    bool mustRenewManager = false;
-    /// Managers with connections that are not to be trusted, until their replies have ended.
-    QList<QSharedPointer<QNetworkAccessManager>> retiredManagers;
     /// Replies whose abort() is on the call stack, and whether each is to be deleted after it.
     /// Outside an event loop deleteLater() alone would delete it in the next nested one, under
     /// abort().

@@ -31,7 +31,7 @@ bool TarvisNetPrivate::goesOn(QNetworkReply *reply)
 
 void TarvisNetPrivate::forget(QNetworkReply *reply)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     q->removeReply(reply);
     if (!call.ownerGone())
         stopPing();
@@ -102,7 +102,7 @@ void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
 /// From its first URL, because where that leads may be what fails.
 void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     Transfer next = withdrawAll(reply);
     next.request = next.record.request;
     next.isAnswered = false;
@@ -116,7 +116,7 @@ void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
 
 void TarvisNetPrivate::placeFreed()
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     Q_EMIT q->s_repliesCountChanged();
     if (!call.ownerGone())
         stopPing();
@@ -124,7 +124,7 @@ void TarvisNetPrivate::placeFreed()
 
 void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     const Failure failure = failureOf(transfers.value(reply), reply, code, reason);
     // Told before the reply is aborted, which makes another error of it.
     const QJsonDocument document = rules->documentOf(failure);
@@ -136,7 +136,7 @@ void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason
 
 void TarvisNetPrivate::fail(const Transfer &transfer, short code, const char *reason)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     report(failureOf(transfer, nullptr, code, reason));
     if (call.ownerGone())
         return;

@@ -18,7 +18,7 @@ void setTraditionalTarget(RemotePing &ping, const QUrl &url)
 
 void TarvisNet::pingTimeout()
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (d->rules->isolatesFailures()) {
         d->expireProbed();
         return;
@@ -36,18 +36,19 @@ void TarvisNetPrivate::guardProbe()
 {
     if (!rules->checksPeerOfProbe())
         return;
+    const QNetworkAccessManager *const manager = managers->primary().data();
     const auto isProbes = [this](QNetworkReply *reply) { return !transfers.contains(reply); };
     const auto check = [this, isProbes](QNetworkReply *reply) {
         if (isProbes(reply) && rules->faultOfPeer(reply->sslConfiguration().peerCertificate()))
             reply->abort();
     };
-    QObject::connect(manager.data(), &QNetworkAccessManager::encrypted, q, check);
+    QObject::connect(manager, &QNetworkAccessManager::encrypted, q, check);
     const auto mind = [this, isProbes](QNetworkReply *reply) {
         if (isProbes(reply)
             && rules->nextStep(Transfer(), *reply).kind == NextStep::Kind::DropConnections)
             dropConnections(reply);
     };
-    QObject::connect(manager.data(), &QNetworkAccessManager::finished, q, mind);
+    QObject::connect(manager, &QNetworkAccessManager::finished, q, mind);
     const auto listen = [this, isProbes](QNetworkReply *reply) {
         if (isProbes(reply) && replyinfo::httpStatus(reply) != 0
             && replyinfo::serverOf(reply->url()) == remotePing->getUrl()) {
@@ -55,12 +56,12 @@ void TarvisNetPrivate::guardProbe()
         }
     };
     if (rules->isolatesFailures())
-        QObject::connect(manager.data(), &QNetworkAccessManager::finished, q, listen);
+        QObject::connect(manager, &QNetworkAccessManager::finished, q, listen);
 }
 
 void TarvisNetPrivate::expireProbed()
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     QList<QPointer<QNetworkReply>> probed;
     for (auto transfer = transfers.cbegin(); transfer != transfers.cend(); ++transfer) {
         if (transfer.key()->isRunning() && transfer->server == remotePing->getUrl())

@@ -29,7 +29,7 @@ void TarvisNet::replyDownloadProgress(qlonglong _received, qlonglong _total)
     else if (_total > 0)
         percentage = replyinfo::percentage(_received, _total);
 
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     Q_EMIT s_downloadFileBytesProgress(bytes, qlonglong(file.size), url);
     if (!call.ownerGone())
         Q_EMIT s_downloadFileProgress(percentage, url);
@@ -43,7 +43,7 @@ void TarvisNet::replyUploadProgress(qlonglong _sent, qlonglong _total)
     d->noteActivity(reply);
     const std::optional<double> percentage =
         replylog::uploadPercentage(clientEngine, Q_FUNC_INFO, texts, _sent, _total);
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (percentage)
         Q_EMIT s_uploadFileProgress(*percentage, d->urlText(reply));
 }

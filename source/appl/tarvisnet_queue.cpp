@@ -33,7 +33,7 @@ void TarvisNet::forceAddRequest(const ReplyData &data)
 
 void TarvisNetPrivate::enqueue(const ReplyData &record, const Admission &admission)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     const QString url = record.request.url().toString();
     const QueueLock lock(queueMutex, admission.waitMsec);
     if (!lock.isLocked() || isClosed) {
@@ -64,7 +64,7 @@ void TarvisNet::processReplies()
 {
     if (!d->mayStart())
         return;
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (d->startDue())
         return;
     ReplyData record;
@@ -87,7 +87,7 @@ bool TarvisNetPrivate::mayStart() const
 
 bool TarvisNetPrivate::dropPending(const char *function, const QString &urlPath)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     QVector<ReplyData> dropped;
     if (const QueueLock lock(queueMutex, patientWaitMsec); lock.isLocked())
         dropped = pending.removePath(urlPath);
@@ -105,7 +105,7 @@ bool TarvisNetPrivate::reportDropped(const QVector<ReplyData> &records) const
 
 bool TarvisNetPrivate::reportAborted(const QStringList &urls) const
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     return std::all_of(urls.cbegin(), urls.cend(), [&](const QString &url) {
         Q_EMIT q->s_aborted(url);
         return !call.ownerGone();

@@ -14,8 +14,8 @@ bool TarvisNet::redirectReply(QNetworkReply *_reply)
         clientLog.debug(Q_FUNC_INFO) << " Find previos target, set to redirect attribute";
         next = d->hopFrom(_reply);
     }
-    const QNetworkRequest request = d->rules->redirectRequest(*target, d->sslConfiguration);
-    QNetworkReply *hop = d->get(d->withCodings(request, next));
+    next.request = d->rules->redirectRequest(*target, d->sslConfiguration);
+    QNetworkReply *hop = d->get(d->managerFor(next), d->requestToSend(next));
     if (d->file(hop, next))
         d->watch(hop);
     clientLog.debug(Q_FUNC_INFO) << "<TarvisNet::redirectReply> redirect send.";

@@ -36,17 +36,35 @@ bool TarvisNetPrivate::isSentByGet(const QString &replyType)
 QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
 {
     transfer.answer = transfer.isGet ? transfer.body : QByteArray();
-    const QNetworkRequest request = withCodings(transfer.request, transfer);
+    const QNetworkRequest request = requestToSend(transfer);
     if (transfer.isGet)
-        return get(request);
+        return get(managerFor(transfer), request);
     const Verb *verb = verbWithBody(transfer.record.replyType);
     return (this->*verb->send)(request, transfer.body);
 }
 
+QNetworkAccessManager &TarvisNetPrivate::managerFor(const Transfer &transfer)
+{
+    const bool isDownload = replyinfo::isFileKind(transfer.record.replyType);
+    if (!isDownload || rules->downloadThreads() == 1)
+        return *managers->primary();
+    QList<QNetworkAccessManager *> running;
+    for (auto other = transfers.cbegin(); other != transfers.cend(); ++other) {
+        if (replyinfo::isFileKind(other->record.replyType))
+            running.append(other.key()->manager());
+    }
+    QNetworkAccessManager *const manager = managers->forDownload(running);
+    wakeAt(managers->nextDrop());
+    return *manager;
+}
+
 /// Qt decodes at once whatever has arrived, however long that becomes. It leaves the coding alone
 /// where somebody else asks for it, so the client asks for the codings that Qt would ask for.
-QNetworkRequest TarvisNetPrivate::withCodings(QNetworkRequest request, Transfer &transfer) const
+QNetworkRequest TarvisNetPrivate::requestToSend(Transfer &transfer) const
 {
+    QNetworkRequest request = transfer.request;
+    if (rules->allowsHttp2(transfer))
+        request.setAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     const char header[] = "Accept-Encoding";
     transfer.decoder.reset();
     transfer.maximumAnswer = rules->limits().bodySize;
@@ -57,25 +75,25 @@ QNetworkRequest TarvisNetPrivate::withCodings(QNetworkRequest request, Transfer 
     return request;
 }
 
-QNetworkReply *TarvisNetPrivate::get(const QNetworkRequest &request)
+QNetworkReply *TarvisNetPrivate::get(QNetworkAccessManager &manager, const QNetworkRequest &request)
 {
-    return connected(manager->get(request));
+    return connected(manager.get(request));
 }
 
 QNetworkReply *TarvisNetPrivate::post(const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(manager->post(request, data));
+    return connected(managers->primary()->post(request, data));
 }
 
 QNetworkReply *TarvisNetPrivate::path(const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(manager->sendCustomRequest(request, "PATCH", data));
+    return connected(managers->primary()->sendCustomRequest(request, "PATCH", data));
 }
 
 QNetworkReply *TarvisNetPrivate::deleteResource(const QNetworkRequest &request,
                                                 const QByteArray &data)
 {
-    return connected(manager->sendCustomRequest(request, "DELETE", data));
+    return connected(managers->primary()->sendCustomRequest(request, "DELETE", data));
 }
 
 QNetworkReply *TarvisNetPrivate::connected(QNetworkReply *reply) const

@@ -230,17 +230,11 @@ void TarvisNet::setPingTimeout(int msec)
 
 QNetworkCookieJar *TarvisNet::getCoockies() const
 {
-    return d->manager->cookieJar();
+    return d->managers->cookieJar();
 }
 
 void TarvisNet::setCookies(QNetworkCookieJar *jar)
 {
-    if (!jar || jar == d->manager->cookieJar())
-        return;
-    // First those that only share the old jar: the manager deletes it if it is its own.
-    for (const QSharedPointer<QNetworkAccessManager> &retired : qAsConst(d->retiredManagers))
-        retired->setCookieJar(jar);
-    d->manager->setCookieJar(jar);
-    // The manager has made itself the jar's parent, but the jar stays the caller's.
-    jar->setParent(nullptr);
+    if (jar && jar != d->managers->cookieJar())
+        d->managers->setCookieJar(jar);
 }

@@ -143,8 +143,8 @@ void TarvisNetPrivate::attempt(Transfer transfer)
 {
     if (!prepareFile(transfer))
         return;
-    if (mustRenewManager)
-        renewManager();
+    if (managers->isPrimaryDistrusted())
+        replacePrimaryManager();
     ++transfer.attempts;
     // Nobody else asks for it.
     if (rules->isolatesFailures())
@@ -179,7 +179,7 @@ void TarvisNet::replyReadyRead()
         clientLog.warning(Q_FUNC_INFO) << "Reply sender uknown";
         return;
     }
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     d->noteActivity(reply);
     const auto found = d->transfers.find(reply);
     Transfer *transfer = found == d->transfers.end() ? nullptr : &*found;
@@ -200,7 +200,7 @@ void TarvisNet::replyFinished()
     }
     if (d->goesOn(reply) || redirectReply(reply))
         return;
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     if (d->transfers.contains(reply)) {
         d->conclude(reply);
     } else {
@@ -232,7 +232,7 @@ QString TarvisNetPrivate::urlText(QNetworkReply *reply) const
 
 void TarvisNetPrivate::conclude(QNetworkReply *finished)
 {
-    const ActiveCall call(q, manager);
+    const ActiveCall call(q, managers);
     const QPointer<QNetworkReply> reply = finished;
     transfers[reply].isAnswered = true;
     q->handleReply(reply);
@@ -244,7 +244,7 @@ void TarvisNetPrivate::conclude(QNetworkReply *finished)
 
 void TarvisNet::handleReply(QNetworkReply *_reply)
 {
-    const ActiveCall call(this, d->manager);
+    const ActiveCall call(this, d->managers);
     // A loop, not a recursion: a chain of redirects may be longer than the stack is deep.
     QVector<QPointer<QNetworkReply>> redirected;
     for (QNetworkReply *reply = d->settle(Q_FUNC_INFO, _reply); reply;

@@ -47,6 +47,16 @@ QNetworkAccessManager *TraditionalRules::newManager() const
     return new QNetworkAccessManager;
 }
 
+int TraditionalRules::downloadThreads() const
+{
+    return 1;
+}
+
+bool TraditionalRules::allowsHttp2(const Transfer & /*transfer*/) const
+{
+    return false;
+}
+
 bool TraditionalRules::checksPeerOfProbe() const
 {
     return false;

@@ -8,6 +8,8 @@ class TraditionalRules : public TransferRules {
 public:
     QSslConfiguration tlsConfiguration() const override;
     QNetworkAccessManager *newManager() const override;
+    int downloadThreads() const override;
+    bool allowsHttp2(const Transfer &transfer) const override;
     bool checksPeerOfProbe() const override;
     void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,
                             const QByteArray &userAgent) const override;

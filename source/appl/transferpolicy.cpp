@@ -3,7 +3,15 @@
 #include <QtCore/QDebug>
 #include <QtCore/QSharedData>
 
+#include <algorithm>
 #include <tuple>
+
+namespace {
+
+/// As many as a client sends requests at a time unless told otherwise.
+constexpr int mostDownloadThreads = 5;
+
+} // namespace
 
 class TransferPolicyPrivate : public QSharedData {
 public:
@@ -20,12 +28,16 @@ public:
     int retryDelay = 500;
     qint64 maximumBodySize = 0;
     bool errorsExplained = false;
+    bool connectionsKept = false;
+    bool http2Allowed = false;
+    int downloadThreads = 1;
 
     auto properties() const
     {
         return std::tie(peersVerified, caCertificates, pinnedKeys, redirectsChecked,
                         maximumRedirects, filesChecked, failuresIsolated, idleTimeout, totalTimeout,
-                        maximumRetries, retryDelay, maximumBodySize, errorsExplained);
+                        maximumRetries, retryDelay, maximumBodySize, errorsExplained,
+                        connectionsKept, http2Allowed, downloadThreads);
     }
 };
 
@@ -51,6 +63,15 @@ TransferPolicy TransferPolicy::strict()
     policy.setMaximumRetries(3);
     policy.setMaximumBodySize(qint64(64) * 1024 * 1024);
     policy.setErrorsExplained(true);
+    policy.setConnectionsKept(true);
+    return policy;
+}
+
+TransferPolicy TransferPolicy::fast()
+{
+    TransferPolicy policy = strict();
+    policy.setHttp2Allowed(true);
+    policy.setDownloadThreads(mostDownloadThreads);
     return policy;
 }
 
@@ -184,6 +205,36 @@ void TransferPolicy::setErrorsExplained(bool on)
     d->errorsExplained = on;
 }
 
+bool TransferPolicy::connectionsKept() const
+{
+    return d->connectionsKept;
+}
+
+void TransferPolicy::setConnectionsKept(bool on)
+{
+    d->connectionsKept = on;
+}
+
+bool TransferPolicy::http2Allowed() const
+{
+    return d->http2Allowed;
+}
+
+void TransferPolicy::setHttp2Allowed(bool on)
+{
+    d->http2Allowed = on;
+}
+
+int TransferPolicy::downloadThreads() const
+{
+    return d->downloadThreads;
+}
+
+void TransferPolicy::setDownloadThreads(int count)
+{
+    d->downloadThreads = std::clamp(count, 1, mostDownloadThreads);
+}
+
 bool operator==(const TransferPolicy &left, const TransferPolicy &right)
 {
     return left.d == right.d || left.d->properties() == right.d->properties();
@@ -201,6 +252,8 @@ QDebug operator<<(QDebug debug, const TransferPolicy &policy)
                     << policy.idleTimeout() << ", totalTimeout " << policy.totalTimeout()
                     << ", maximumRetries " << policy.maximumRetries() << ", retryDelay "
                     << policy.retryDelay() << ", maximumBodySize " << policy.maximumBodySize()
-                    << ", errorsExplained " << policy.errorsExplained() << ')';
+                    << ", errorsExplained " << policy.errorsExplained() << ", connectionsKept "
+                    << policy.connectionsKept() << ", http2Allowed " << policy.http2Allowed()
+                    << ", downloadThreads " << policy.downloadThreads() << ')';
     return debug;
 }

@@ -44,9 +44,13 @@ public:
     ~TransferPolicy();
 
     /// What is good for most applications: peersVerified(), redirectsChecked(), filesChecked(),
-    /// failuresIsolated() and errorsExplained(), an idleTimeout() of 30 seconds, three retries, and
-    /// a maximumBodySize() of 64 MiB.
+    /// failuresIsolated(), errorsExplained() and connectionsKept(), an idleTimeout() of 30 seconds,
+    /// three retries, and a maximumBodySize() of 64 MiB.
     static TransferPolicy strict();
+
+    /// strict(), with http2Allowed() and five downloadThreads(): for who fetches many files or
+    /// small documents.
+    static TransferPolicy fast();
 
     /// Whether all requests of the client, those of its probe included, verify the server's
     /// certificate; false at first. They then speak TLS 1.2 or later, and a certificate that does
@@ -154,6 +158,24 @@ public:
     /// Without it that argument is the "body", or a null document.
     bool errorsExplained() const;
     void setErrorsExplained(bool on); ///< See errorsExplained().
+
+    /// Whether the connection of a file may serve the next request; false at first, and then each
+    /// file has a connection of its own, which is closed after it.
+    bool connectionsKept() const;
+    void setConnectionsKept(bool on); ///< See connectionsKept().
+
+    /// Whether requests over HTTPS use HTTP/2 where the server speaks it; false at first. Requests
+    /// to one server then share one connection. Files of 16 MiB and more, and those of unknown
+    /// size, always use HTTP/1.1: only there is the memory that they take bounded.
+    bool http2Allowed() const;
+    void setHttp2Allowed(bool on); ///< See http2Allowed().
+
+    /// How many network threads the file downloads that are running are spread over, from 1, as at
+    /// first, to 5; what lies outside is taken for the nearer of these. One of the threads also
+    /// serves all other requests. The others, with connections of their own, are started when a
+    /// download finds all threads busy with one, and end when they have been idle for some seconds.
+    int downloadThreads() const;
+    void setDownloadThreads(int count); ///< See downloadThreads().
 
     /// True when every property of the two policies is equal.
     friend TARVISNET_EXPORT bool operator==(const TransferPolicy &left,

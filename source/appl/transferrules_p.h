@@ -88,8 +88,14 @@ public:
     /// The TLS configuration of all requests. Asked for once, when the client is made.
     virtual QSslConfiguration tlsConfiguration() const = 0;
 
-    /// The manager that all requests go through, the probe's included. The caller owns it.
+    /// A manager for requests, the probe's included. The caller owns it.
     virtual QNetworkAccessManager *newManager() const = 0;
+
+    /// How many managers, with a network thread each, the running downloads are spread over.
+    virtual int downloadThreads() const = 0;
+
+    /// Whether a request may be sent by HTTP/2, over TLS.
+    virtual bool allowsHttp2(const Transfer &transfer) const = 0;
 
     /// Whether the probe may only talk to whom faultOfPeer() finds no fault with.
     virtual bool checksPeerOfProbe() const = 0;

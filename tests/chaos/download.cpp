@@ -26,6 +26,9 @@ constexpr QCryptographicHash::Algorithm algorithms[] = {
 /// Small files are as likely to be cut in a bad place as large ones, and are done with sooner.
 constexpr int largestSizes[] = {0, 3, 100, 1000, 1000, 5000, 5000, 20000, 70000, 300000};
 
+/// So many tell what it is that should not be there.
+constexpr int describedBytes = 60;
+
 int drawSize(Dice &dice)
 {
     return dice.below(dice.pick(largestSizes) + 1);
@@ -213,7 +216,8 @@ void Download::checkDestination()
 
 QString Download::described(const QByteArray &content) const
 {
-    QStringList texts = {QStringLiteral("%1 bytes").arg(content.size())};
+    QStringList texts = {QStringLiteral("%1 bytes").arg(content.size()),
+                         QString::fromLatin1(content.left(describedBytes).toPercentEncoding())};
     for (const Version &version : m_versions) {
         const auto [here, there] = std::mismatch(content.begin(), content.end(),
                                                  version.content.begin(), version.content.end());

@@ -4,6 +4,7 @@
 #include <QtTest/QTest>
 
 #include <functional>
+#include <limits>
 
 namespace {
 
@@ -24,11 +25,12 @@ QString text(const TransferPolicy &policy)
 /// The text of a policy that differs from the first one in \a difference, "property value".
 QString writtenWith(const QString &difference)
 {
-    QStringList items = {"peersVerified false",    "caCertificates 0",    "pinnedKeys 0",
-                         "redirectsChecked false", "maximumRedirects 10", "filesChecked false",
-                         "failuresIsolated false", "idleTimeout 0",       "totalTimeout 0",
-                         "maximumRetries 0",       "retryDelay 500",      "maximumBodySize 0",
-                         "errorsExplained false"};
+    QStringList items = {"peersVerified false",    "caCertificates 0",      "pinnedKeys 0",
+                         "redirectsChecked false", "maximumRedirects 10",   "filesChecked false",
+                         "failuresIsolated false", "idleTimeout 0",         "totalTimeout 0",
+                         "maximumRetries 0",       "retryDelay 500",        "maximumBodySize 0",
+                         "errorsExplained false",  "connectionsKept false", "http2Allowed false",
+                         "downloadThreads 1"};
     const QString name = difference.section(QLatin1Char(' '), 0, 0) + QLatin1Char(' ');
     for (QString &item : items) {
         if (item.startsWith(name))
@@ -47,6 +49,9 @@ class tst_TransferPolicy : public QObject {
 private Q_SLOTS:
     void asksForNothingAtFirst();
     void strict();
+    void fast();
+    void boundsDownloadThreads_data();
+    void boundsDownloadThreads();
     void properties_data();
     void properties();
     void leavesTheStreamAsItWas();
@@ -70,6 +75,9 @@ void tst_TransferPolicy::asksForNothingAtFirst()
     QCOMPARE(policy.retryDelay(), 500);
     QCOMPARE(policy.maximumBodySize(), 0);
     QVERIFY(!policy.errorsExplained());
+    QVERIFY(!policy.connectionsKept());
+    QVERIFY(!policy.http2Allowed());
+    QCOMPARE(policy.downloadThreads(), 1);
     QCOMPARE(policy, TransferPolicy());
 }
 
@@ -89,7 +97,43 @@ void tst_TransferPolicy::strict()
     QCOMPARE(policy.retryDelay(), 500);
     QCOMPARE(policy.maximumBodySize(), 67108864);
     QVERIFY(policy.errorsExplained());
+    QVERIFY(policy.connectionsKept());
+    QVERIFY(!policy.http2Allowed());
+    QCOMPARE(policy.downloadThreads(), 1);
     QVERIFY(policy != TransferPolicy());
+}
+
+// Nothing that makes a client safe is given up for speed.
+void tst_TransferPolicy::fast()
+{
+    TransferPolicy policy = TransferPolicy::fast();
+    QVERIFY(policy.http2Allowed());
+    QCOMPARE(policy.downloadThreads(), 5);
+    policy.setHttp2Allowed(false);
+    policy.setDownloadThreads(1);
+    QCOMPARE(policy, TransferPolicy::strict());
+}
+
+void tst_TransferPolicy::boundsDownloadThreads_data()
+{
+    QTest::addColumn<int>("set");
+    QTest::addColumn<int>("taken");
+    const auto row = [](int set, int taken) { QTest::addRow("%d", set) << set << taken; };
+    row(std::numeric_limits<int>::min(), 1);
+    row(0, 1);
+    row(1, 1);
+    row(5, 5);
+    row(6, 5);
+    row(std::numeric_limits<int>::max(), 5);
+}
+
+void tst_TransferPolicy::boundsDownloadThreads()
+{
+    QFETCH(const int, set);
+    QFETCH(const int, taken);
+    TransferPolicy policy;
+    policy.setDownloadThreads(set);
+    QCOMPARE(policy.downloadThreads(), taken);
 }
 
 void tst_TransferPolicy::properties_data()
@@ -116,6 +160,9 @@ void tst_TransferPolicy::properties_data()
     row("maximumBodySize 8589934592",
         [](TransferPolicy &policy) { policy.setMaximumBodySize(Q_INT64_C(8589934592)); });
     row("errorsExplained true", [](TransferPolicy &policy) { policy.setErrorsExplained(true); });
+    row("connectionsKept true", [](TransferPolicy &policy) { policy.setConnectionsKept(true); });
+    row("http2Allowed true", [](TransferPolicy &policy) { policy.setHttp2Allowed(true); });
+    row("downloadThreads 3", [](TransferPolicy &policy) { policy.setDownloadThreads(3); });
 }
 
 void tst_TransferPolicy::properties()

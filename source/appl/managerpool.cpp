@@ -1,0 +1,106 @@
+#include "managerpool_p.h"
+
+#include "lifetime_p.h"
+#include "transferrules_p.h"
+
+#include <QtNetwork/QNetworkCookieJar>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace {
+
+/// How long a network thread stays that nobody needs: the next file often follows at once, and its
+/// connections are worth a handshake each.
+constexpr int lingerMsec = 5000;
+
+/// A manager makes itself the parent of its jar, but one jar can have only one owner.
+void share(QNetworkCookieJar *jar, QNetworkAccessManager &manager)
+{
+    QObject *const owner = jar->parent();
+    manager.setCookieJar(jar);
+    jar->setParent(owner);
+}
+
+} // namespace
+
+ManagerPool::ManagerPool(const TransferRules &rules)
+    : m_rules(rules)
+{
+    m_lines.append({QSharedPointer<QNetworkAccessManager>(rules.newManager()), QDeadlineTimer()});
+}
+
+ManagerPool::Line ManagerPool::newLine() const
+{
+    const Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
+                       QDeadlineTimer(lingerMsec)};
+    share(cookieJar(), *line.manager);
+    return line;
+}
+
+QNetworkAccessManager *ManagerPool::forDownload(const QList<QNetworkAccessManager *> &running)
+{
+    const auto load = [&running](const Line &line) {
+        return line.isDistrusted ? std::numeric_limits<int>::max()
+                                 : running.count(line.manager.data());
+    };
+    const auto idlest = std::min_element(
+        m_lines.cbegin(), m_lines.cend(),
+        [&load](const Line &left, const Line &right) { return load(left) < load(right); });
+    if (load(*idlest) == 0 || m_lines.size() >= m_rules.downloadThreads())
+        return idlest->manager.data();
+    m_lines.append(newLine());
+    return m_lines.constLast().manager.data();
+}
+
+void ManagerPool::distrust(const QNetworkAccessManager *manager)
+{
+    for (Line &line : m_lines) {
+        if (line.manager == manager)
+            line.isDistrusted = true;
+    }
+}
+
+void ManagerPool::replacePrimary()
+{
+    distrust(primary().data());
+    const Line fresh = newLine();
+    // It owns the jar, unless that is the application's.
+    if (cookieJar()->parent())
+        cookieJar()->setParent(fresh.manager.data());
+    m_lines.append(std::exchange(m_lines.first(), fresh));
+}
+
+void ManagerPool::dropUnused(const QSet<QNetworkAccessManager *> &used)
+{
+    for (Line &line : m_lines) {
+        if (used.contains(line.manager.data()))
+            line.idleEnd.setRemainingTime(lingerMsec);
+    }
+    const auto isKept = [&used](const Line &line) {
+        return used.contains(line.manager.data())
+            || !(line.isDistrusted || line.idleEnd.hasExpired());
+    };
+    const auto firstDropped = std::partition(m_lines.begin() + 1, m_lines.end(), isKept);
+    // Not at once: it may be one of their replies that is being handled.
+    std::for_each(firstDropped, m_lines.end(),
+                  [](const Line &line) { releaseOnceUnwound(line.manager); });
+    m_lines.erase(firstDropped, m_lines.end());
+}
+
+QDeadlineTimer ManagerPool::nextDrop() const
+{
+    QDeadlineTimer next(QDeadlineTimer::Forever);
+    std::for_each(m_lines.cbegin() + 1, m_lines.cend(),
+                  [&next](const Line &line) { next = std::min(next, line.idleEnd); });
+    return next;
+}
+
+void ManagerPool::setCookieJar(QNetworkCookieJar *jar)
+{
+    // The primary one last: it deletes the jar that all have had if that is its own.
+    for (int i = m_lines.size() - 1; i >= 0; --i)
+        m_lines.at(i).manager->setCookieJar(jar);
+    jar->setParent(nullptr);
+}
