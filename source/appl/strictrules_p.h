@@ -34,6 +34,8 @@ public:
 
 private:
     static bool mayRepeat(const Transfer &transfer, int maximum);
+    /// How often a request may be sent again that did not fail by its own or its server's fault.
+    int maximumReconnects() const;
     /// Milliseconds before the next retry where the server asks for none.
     int growingWait(const Transfer &transfer) const;
     NextStep retryOrFail(const Transfer &transfer, short code, const char *reason) const;

@@ -66,6 +66,15 @@ NextStep plain(NextStep::Kind kind)
     return step;
 }
 
+/// By HTTP/2 a server that goes away tells which requests it has not looked at, and Qt has not even
+/// sent those that come later. A server does so after every thousand requests, for example.
+bool isTurnedAway(const QNetworkReply &reply)
+{
+    return reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool()
+        && (reply.error() == QNetworkReply::ContentReSendError
+            || reply.error() == QNetworkReply::ProtocolUnknownError);
+}
+
 /// Qt now and then takes what came before a connection broke for the whole body. A coded one has
 /// another length, and a 304 has that of a body which it does not have.
 bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
@@ -114,6 +123,9 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
         return plain(NextStep::Kind::DropConnections);
     if (reply.error() == QNetworkReply::OperationCanceledError)
         return {};
+    // Whatever it is: it has changed nothing.
+    if (isTurnedAway(reply) && transfer.retries < maximumReconnects())
+        return plain(NextStep::Kind::Reconnect);
     if (const std::optional<int> waitMsec = waitBeforeRetry(transfer, reply))
         return retry(*waitMsec);
     if (reply.error() != QNetworkReply::NoError)
@@ -143,11 +155,16 @@ NextStep StrictRules::stepAfterBreak(const Transfer &transfer) const
 
 NextStep StrictRules::stepAfterDrop(const Transfer &transfer) const
 {
-    // Once without being asked to: the fault is Qt's.
-    if (!mayRepeat(transfer, std::max(1, m_policy.maximumRetries())))
+    if (!mayRepeat(transfer, maximumReconnects()))
         return failure(errorcodes::network_error,
                        "The server sent an interim answer, and what follows it is lost.");
     return retry(0);
+}
+
+/// Once without being asked to.
+int StrictRules::maximumReconnects() const
+{
+    return std::max(1, m_policy.maximumRetries());
 }
 
 bool StrictRules::mayRepeat(const Transfer &transfer, int maximum)

@@ -166,6 +166,7 @@ struct TarvisNetPrivate {
     void sendAgain(QNetworkReply *reply);
     void redirect(QNetworkReply *reply, const NextStep &step);
     void retry(QNetworkReply *reply, int waitMsec);
+    void reconnect(QNetworkReply *reply);
     /// Ends a transfer with an error. The \a reason is null where Qt or the code tells it.
     void fail(QNetworkReply *reply, short code, const char *reason = nullptr);
     /// The same for a transfer that has no reply.

@@ -48,6 +48,9 @@ void TarvisNetPrivate::perform(const NextStep &step, QNetworkReply *reply)
     case NextStep::Kind::Retry:
         retry(reply, step.waitMsec);
         return;
+    case NextStep::Kind::Reconnect:
+        reconnect(reply);
+        return;
     case NextStep::Kind::FinishFile:
         finishFile(reply);
         return;
@@ -96,6 +99,14 @@ void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
     }
     ++next.redirects;
     --next.attempts; // The same one goes on.
+    attempt(next);
+}
+
+void TarvisNetPrivate::reconnect(QNetworkReply *reply)
+{
+    managers->distrust(reply->manager());
+    Transfer next = withdraw(reply);
+    ++next.retries;
     attempt(next);
 }
 

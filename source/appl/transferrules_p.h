@@ -53,6 +53,8 @@ struct NextStep {
         Redirect,
         /// It is sent again from the beginning, after a wait.
         Retry,
+        /// It is sent again at once, over another connection.
+        Reconnect,
         /// The file that it was for is checked, and put in place.
         FinishFile,
         /// The connections are not to be trusted any more; it is then sent again or fails.
