@@ -336,24 +336,24 @@ void tst_CheckedFile::fetches_data()
         Verdict::Good);
     row("whole, hashed", none, 10, hash, {200, {length}, {"012", "3456789"}}, Verdict::Good);
     row("whole, of another content", none, 10, hash, {200, {length}, {"9876543210"}},
-        Verdict::Corrupted);
-    row("short", none, 10, "", {200, {}, {"012345678"}}, Verdict::Corrupted);
-    row("nothing of it", none, 10, "", {200, {}, {}}, Verdict::Corrupted);
-    row("surplus", none, 10, "", {200, {}, {content, "0"}}, Verdict::Corrupted);
-    row("surplus at once", none, 10, "", {200, {}, {content + '0'}}, Verdict::Corrupted);
+        Verdict::OtherContent);
+    row("short", none, 10, "", {200, {}, {"012345678"}}, Verdict::OtherSize);
+    row("nothing of it", none, 10, "", {200, {}, {}}, Verdict::OtherSize);
+    row("surplus", none, 10, "", {200, {}, {content, "0"}}, Verdict::OtherSize);
+    row("surplus at once", none, 10, "", {200, {}, {content + '0'}}, Verdict::OtherSize);
     row("another length", none, 10, "", {200, {{"Content-Length", "11"}}, {content}},
-        Verdict::Corrupted);
-    row("a part, unasked", none, 10, "", restFrom(0), Verdict::Corrupted);
-    row("416, unasked", none, 10, "", {416, {}, {}}, Verdict::Corrupted);
+        Verdict::OtherSize);
+    row("a part, unasked", none, 10, "", restFrom(0), Verdict::NoFile);
+    row("416, unasked", none, 10, "", {416, {}, {}}, Verdict::NoFile);
     for (const int status : {201, 202, 203, 204, 205, 226}) {
         QTest::addRow("%d", status) << none << QByteArray(tag) << quint64(10) << QString()
-                                    << Reply{status, {}, {content}} << Verdict::Corrupted;
+                                    << Reply{status, {}, {content}} << Verdict::NoFile;
     }
 
     row("unsized", none, 0, "", {200, {length}, {content}}, Verdict::Good);
     row("unsized without length", none, 0, "", {200, {}, {"012", "3456789"}}, Verdict::Good);
     row("unsized, hashed", none, 0, hash, {200, {}, {content}}, Verdict::Good);
-    row("unsized, surplus", none, 0, "", {200, {length}, {content, "0"}}, Verdict::Corrupted);
+    row("unsized, surplus", none, 0, "", {200, {length}, {content, "0"}}, Verdict::OtherSize);
 
     row("resumed", "012", 10, "", restFrom(3), Verdict::Good);
     row("resumed, hashed", "012", 10, hash, restFrom(3), Verdict::Good);
@@ -364,7 +364,7 @@ void tst_CheckedFile::fetches_data()
     QTest::newRow("resumed without validator")
         << QByteArray("012") << none << quint64(10) << hash << restFrom(3) << Verdict::Good;
     row("resumed, surplus", "012", 10, "", {206, {{"Content-Range", "bytes 3-9/10"}}, {"34567890"}},
-        Verdict::Corrupted);
+        Verdict::OtherSize);
     row("resumed wrongly", "xyz", 10, hash, restFrom(3), Verdict::AskAfresh);
     row("whole instead", "xyz", 10, "", {200, {length}, {content}}, Verdict::Good);
     row("whole instead, hashed", "xyz", 10, hash, {200, {length}, {content}}, Verdict::Good);
@@ -372,7 +372,7 @@ void tst_CheckedFile::fetches_data()
     row("whole instead of a long beginning", content + content, 10, "", {200, {}, {content}},
         Verdict::Good);
     row("whole instead, of another content", "xyz", 10, hash, {200, {}, {"9876543210"}},
-        Verdict::Corrupted);
+        Verdict::OtherContent);
     row("whole instead, of another length", "xyz", 10, "",
         {200, {{"Content-Length", "11"}}, {content}}, Verdict::AskAfresh);
     row("another range", "0123", 10, "", restFrom(3), Verdict::AskAfresh);
@@ -383,7 +383,7 @@ void tst_CheckedFile::fetches_data()
         {206, {{"Content-Range", "bytes 3-9/10"}, {"Content-Encoding", "gzip"}}, {"3456789"}},
         Verdict::AskAfresh);
     row("416", "012", 10, "", {416, {{"Content-Range", "bytes */10"}}, {}}, Verdict::AskAfresh);
-    row("204 instead", "012", 10, "", {204, {}, {}}, Verdict::Corrupted);
+    row("204 instead", "012", 10, "", {204, {}, {}}, Verdict::NoFile);
 }
 
 void tst_CheckedFile::fetches()
@@ -609,7 +609,7 @@ void tst_CheckedFile::fetchesAWrongResumedFileOnceMore()
     // Cut, and resumed.
     QCOMPARE(bench.prepare(), Verdict::Good);
     QCOMPARE(bench.take({200, {{"ETag", tag}}, {"xyz"}}), Verdict::Good);
-    QCOMPARE(bench.fetch(restFrom(3)), Verdict::Corrupted);
+    QCOMPARE(bench.fetch(restFrom(3)), Verdict::OtherContent);
     QVERIFY(bench.isClean());
     QVERIFY(!QFileInfo::exists(bench.data.filePath));
 }
