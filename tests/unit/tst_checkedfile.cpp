@@ -1,5 +1,6 @@
 #include "answers.h"
 #include "checkedfile_p.h"
+#include "descriptor_p.h"
 #include "fakereply.h"
 #include "files.h"
 #include "filesizelimit.h"
@@ -15,6 +16,7 @@
 #include <limits>
 #include <memory>
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -140,6 +142,34 @@ struct Bench {
     std::unique_ptr<FakeReply> reply;
 };
 
+/// Tells which names have been given to files in a folder, those of a moment included.
+class NameWatch {
+public:
+    explicit NameWatch(const QString &folder)
+    {
+        inotify_add_watch(m_queue, QFile::encodeName(folder).constData(), IN_CREATE | IN_MOVED_TO);
+    }
+    ~NameWatch() { close(m_queue); }
+
+    QStringList names() const
+    {
+        alignas(inotify_event) char events[4096];
+        const qint64 size = read(m_queue, events, sizeof(events));
+        QStringList names;
+        for (qint64 at = 0; at < size;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(events + at);
+            names.append(QFile::decodeName(event->name));
+            at += qint64(sizeof(inotify_event)) + event->len;
+        }
+        return names;
+    }
+
+private:
+    Q_DISABLE_COPY(NameWatch)
+
+    const int m_queue = inotify_init1(IN_NONBLOCK);
+};
+
 /// A folder on another file system than that of temporary files.
 class OtherDisk {
 public:
@@ -187,6 +217,9 @@ private Q_SLOTS:
     void fetchesAWrongResumedFileOnceMore();
     void replaces_data();
     void replaces();
+    void givesNewFilesTheUsualPermissions_data();
+    void givesNewFilesTheUsualPermissions();
+    void namesNothingButTheDestination();
     void keepsWhatItCannotReplace();
     void replacesFromAnotherDisk_data();
     void replacesFromAnotherDisk();
@@ -648,6 +681,42 @@ void tst_CheckedFile::replaces()
     QCOMPARE(permissionsOf(bench.data.filePath), expected);
     QCOMPARE(files::read(target), QByteArray("target"));
     QCOMPARE(bench.names(), QStringList({"destination", "target"}));
+}
+
+void tst_CheckedFile::givesNewFilesTheUsualPermissions_data()
+{
+    QTest::addColumn<int>("mask");
+    for (const int mask : {0, 0002, 0022, 0027, 0077})
+        QTest::addRow("%03o", unsigned(mask)) << mask;
+}
+
+void tst_CheckedFile::givesNewFilesTheUsualPermissions()
+{
+    QFETCH(const int, mask);
+    Bench bench;
+    const mode_t before = umask(mode_t(mask));
+    const Verdict verdict = bench.fetch({200, {}, {content}});
+    umask(before);
+    QCOMPARE(verdict, Verdict::Good);
+    QCOMPARE(permissionsOf(bench.data.filePath), mode_t(0666 & ~mask));
+    QCOMPARE(bench.names(), QStringList("destination"));
+}
+
+// Who is killed meanwhile leaves nothing beside it.
+void tst_CheckedFile::namesNothingButTheDestination()
+{
+    const QTemporaryDir elsewhere;
+    if (!Descriptor(elsewhere.path(), O_WRONLY | O_TMPFILE, S_IWUSR).isOpen())
+        QSKIP("needs files without a name");
+    Bench bench(elsewhere.path());
+    for (const QByteArray &before : {QByteArray(), QByteArray("old")}) {
+        if (!before.isNull())
+            files::write(bench.data.filePath, before);
+        const NameWatch watch(bench.directory.path());
+        bench.start();
+        QCOMPARE(bench.fetch({200, {}, {content}}), Verdict::Good);
+        QCOMPARE(watch.names(), QStringList("destination"));
+    }
 }
 
 void tst_CheckedFile::keepsWhatItCannotReplace()
