@@ -96,8 +96,9 @@ fails, the library may abort another one too, and a failure behind a redirect en
 one by one where that matters.
 
 * Makes a client with a TransferPolicy, which tells the reason of each error too; not for the
-  processor. --strict asks for what is good for most, each of the others for one thing, or for
-  another value. Server certificates are verified only with --strict or --ca.
+  processor. --strict asks for what is good for most, --fast for that and for speed, each of the
+  others for one thing, or for another value. Server certificates are verified only with --strict,
+  --fast or --ca.
 
 A download that was interrupted is resumed by the same command, unless it goes to standard output.
 

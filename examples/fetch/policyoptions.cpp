@@ -14,9 +14,10 @@
 
 namespace {
 
-QString takeStrict(const QStringList &, Options *options)
+template <TransferPolicy (*preset)()>
+QString takePreset(const QStringList &, Options *options)
 {
-    options->policy = TransferPolicy::strict();
+    options->policy = preset();
     return QString();
 }
 
@@ -88,11 +89,13 @@ struct PolicyOption {
 
 constexpr int msecPerSecond = 1000;
 
-// The first replaces the policy that the others change.
+// The first two replace the policy that the others change.
 const PolicyOption policyOptions[] = {
     {"strict", "",
      "Verify servers, redirects and files, give up after 30 silent seconds, try three times more.*",
-     takeStrict},
+     takePreset<TransferPolicy::strict>},
+    {"fast", "", "The same, with HTTP/2, and downloads on up to five threads.*",
+     takePreset<TransferPolicy::fast>},
     {"ca", "FILE", "Verify servers, against the PEM authorities in the file; may be repeated.*",
      takeAuthorities},
     {"pin", "HEX",

@@ -131,10 +131,12 @@ CheckedFile::Verdict CheckedFile::judge(const resumepoint::Answer &answer)
         return goOn();
     case Judgement::AskAfresh:
         return askAfresh();
-    case Judgement::Corrupted:
+    case Judgement::OtherSize:
+        return giveUp(Verdict::OtherSize);
+    case Judgement::NoFile:
         break;
     }
-    return giveUp();
+    return giveUp(Verdict::NoFile);
 }
 
 /// A program that is killed from here on leaves a beginning that is known, or none.
@@ -171,7 +173,7 @@ CheckedFile::Verdict CheckedFile::save(QNetworkReply *reply)
         const QByteArray bytes = reply->read(std::min(left, TemporaryFile::pieceSize));
         const qint64 total = m_question.total;
         if (total != resumepoint::unknown && m_received + bytes.size() > total)
-            return giveUp();
+            return giveUp(Verdict::OtherSize);
         const qint64 written = m_file->write(m_received, bytes);
         m_received += written;
         if (written != bytes.size()) {

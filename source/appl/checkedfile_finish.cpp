@@ -21,7 +21,7 @@ void CheckedFile::finish(QNetworkReply *reply, Done done)
     const qint64 total = m_question.total;
     if (verdict == Verdict::Good && total != resumepoint::unknown && total != m_received)
         // Over HTTP, Qt now and then takes what came before the connection broke for the whole.
-        verdict = m_isAnnounced ? Verdict::BrokenOff : giveUp();
+        verdict = m_isAnnounced ? Verdict::BrokenOff : giveUp(Verdict::OtherSize);
     if (verdict != Verdict::Good)
         endLater(verdict);
     else if (m_hash)
@@ -39,7 +39,7 @@ void CheckedFile::checkDigest(const QByteArray &digest)
         m_isRefetched = true;
         end(askAfresh());
     } else {
-        end(giveUp());
+        end(giveUp(Verdict::OtherContent));
     }
 }
 
@@ -73,10 +73,10 @@ CheckedFile::Verdict CheckedFile::askAfresh()
     return empty() ? Verdict::AskAfresh : Verdict::WriteFailed;
 }
 
-CheckedFile::Verdict CheckedFile::giveUp()
+CheckedFile::Verdict CheckedFile::giveUp(Verdict fault)
 {
     removeFile();
-    return Verdict::Corrupted;
+    return fault;
 }
 
 bool CheckedFile::empty()

@@ -40,8 +40,10 @@ public:
         BrokenOff,
         /// The disk does not take it, or has no place for it. What is on disk is a clean beginning.
         WriteFailed,
-        /// It is not the file that was asked for. What was on disk is gone.
-        Corrupted,
+        /// The rest: it is not the file that was asked for. What was on disk is gone.
+        OtherSize,
+        OtherContent,
+        NoFile,
     };
     using Done = std::function<void(Verdict)>;
 
@@ -87,7 +89,7 @@ private:
     Verdict goOn();
     Verdict save(QNetworkReply *reply);
     Verdict askAfresh();
-    Verdict giveUp();
+    Verdict giveUp(Verdict fault);
 
     void checkDigest(const QByteArray &digest);
     void putInPlace();

@@ -25,7 +25,7 @@ inline constexpr short network_error = -203;
 inline constexpr short invalid_url = -207;
 
 /// The file that a download is written to cannot be opened. Reported once for each arriving chunk;
-/// the request itself goes on.
+/// the request itself goes on. With TransferPolicy::failuresIsolated() it ends with this instead.
 inline constexpr short file_open_failed = -210;
 
 /// The server asks for credentials (HTTP 401). Other requests are left alone.
@@ -50,7 +50,8 @@ inline constexpr short queue_locked = -219;
 /// The request is not valid for this protocol (HTTP 400 and 418). Other requests are left alone.
 inline constexpr short protocol_invalid_operation = -220;
 
-/// An equal request already waits in the queue. The new one was dropped.
+/// An equal request already waits in the queue, or, with TransferPolicy::filesChecked(), a download
+/// to the same destination has not ended yet. The new one was dropped.
 inline constexpr short already_pending = -221;
 
 /// The TLS handshake failed, or the peer's certificate is missing, blacklisted, or none that the

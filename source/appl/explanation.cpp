@@ -37,7 +37,7 @@ constexpr Reason reasons[] = {
     {errorcodes::timed_out, "The server was silent for too long."},
     {errorcodes::redirect_refused, "The server redirects to where no request may go."},
     {errorcodes::file_write_failed, "The disk does not take the file."},
-    {errorcodes::file_corrupted, "What was fetched is not the file that was asked for."},
+    {errorcodes::file_corrupted, "The server's answer is no file."},
     {errorcodes::body_too_large, "The body is longer than it may be."},
 };
 

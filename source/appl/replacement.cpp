@@ -63,6 +63,26 @@ private:
     bool m_isMoved = false;
 };
 
+mode_t permissionsOf(const Descriptor &file)
+{
+    return file.about().st_mode & everyone;
+}
+
+/// Those that any new file gets there; nothing where none can be made. Asking for the umask would
+/// mean changing it, for every thread.
+std::optional<mode_t> usualPermissions(const QString &destination)
+{
+    // A file without a name is not left behind when the program is killed. Not every file system
+    // has such files, and Linux before 6.0 forgot the umask for some.
+    const Descriptor nameless(QFileInfo(destination).path(), O_WRONLY | O_TMPFILE, everyone);
+    const mode_t mode = permissionsOf(nameless);
+    if (mode != 0 && mode != everyone)
+        return mode;
+    const NewFile example(destination, everyone);
+    return example.descriptor().isOpen() ? std::optional(permissionsOf(example.descriptor()))
+                                         : std::nullopt;
+}
+
 /// Nothing where no file can be put.
 std::optional<mode_t> permissionsFor(const QString &destination, const Descriptor &replaced)
 {
@@ -71,11 +91,7 @@ std::optional<mode_t> permissionsFor(const QString &destination, const Descripto
         return std::nullopt;
     if (S_ISREG(old))
         return old & (S_IRWXU | S_IRWXG | S_IRWXO);
-    // Asking for the umask means changing it, for every thread.
-    const NewFile example(destination, everyone);
-    if (!example.descriptor().isOpen())
-        return std::nullopt;
-    return example.descriptor().about().st_mode & everyone;
+    return usualPermissions(destination);
 }
 
 bool copy(const TemporaryFile &from, qint64 size, const Descriptor &to,

@@ -135,16 +135,20 @@ QByteArray validatorOf(const Answer &answer)
 Judgement judge(const Answer &answer, const Question &question)
 {
     const bool asksForRest = question.offset > 0;
-    const Judgement refusal = asksForRest ? Judgement::AskAfresh : Judgement::Corrupted;
+    const auto refusal = [asksForRest](Judgement fault) {
+        return asksForRest ? Judgement::AskAfresh : fault;
+    };
     switch (answer.status) {
     case 200:
-        return fits(answer.length, question.size) ? Judgement::Whole : refusal;
+        return fits(answer.length, question.size) ? Judgement::Whole
+                                                  : refusal(Judgement::OtherSize);
     case 206:
-        return asksForRest && continues(answer, question) ? Judgement::Rest : refusal;
+        return asksForRest && continues(answer, question) ? Judgement::Rest
+                                                          : refusal(Judgement::NoFile);
     case 416:
-        return refusal;
+        return refusal(Judgement::NoFile);
     default:
-        return Judgement::Corrupted;
+        return Judgement::NoFile;
     }
 }
 

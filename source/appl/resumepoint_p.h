@@ -79,8 +79,10 @@ enum class Judgement {
     Rest,
     /// It does not fit the beginning that there is.
     AskAfresh,
+    /// The body is a file of another size.
+    OtherSize,
     /// It is no answer to what was asked.
-    Corrupted,
+    NoFile,
 };
 
 Judgement judge(const Answer &answer, const Question &question);

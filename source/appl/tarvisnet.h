@@ -157,7 +157,8 @@ public:
     /// Carried for the application; empty at first.
     QString getOutputDirectory() const;
     void setOutputDirectory(const QString &path); ///< Emits s_outputDirChanged() on a change.
-    /// Where temporary download files are kept; while it is empty, as at first, QDir::tempPath().
+    /// Where temporary download files are kept; while it is empty, as at first, QDir::tempPath(),
+    /// or the folder of each destination with TransferPolicy::filesChecked().
     QString getTemporaryDirectory() const;
     void setTemporaryDirectory(const QString &path); ///< Emits s_temporaryDirChange() on a change.
 
@@ -166,7 +167,7 @@ public:
     /// @{
 
     /// How many requests may be in flight, from 1 to 5; 5 at first. Qt itself opens at most six
-    /// connections to one host.
+    /// connections to one host, with TransferPolicy::downloadThreads() as many for each thread.
     int getParallelRequestsCount() const;
     /// Brings \a count into the range from 1 to 5. Emits whenever \a count differs from the stored
     /// value, also when bringing it into the range then changes nothing. A higher limit takes

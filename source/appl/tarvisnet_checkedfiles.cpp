@@ -3,6 +3,9 @@
 #include "errorcodes.h"
 #include "tarvisnet_p.h"
 
+#include <algorithm>
+#include <iterator>
+
 /// \file
 /// Downloads whose files are checked before they are put in place.
 
@@ -21,6 +24,31 @@ void describe(Transfer &transfer)
     FileData &file = transfer.record.fileData;
     file.size = transfer.checkedFile->expectedSize();
     file.resumeOffset = transfer.checkedFile->offset();
+}
+
+/// How a download ends that comes to nothing.
+struct Ending {
+    CheckedFile::Verdict verdict;
+    short code;
+    /// Null for that of the code.
+    const char *reason;
+};
+
+constexpr Ending endings[] = {
+    {CheckedFile::Verdict::WriteFailed, errorcodes::file_write_failed, nullptr},
+    {CheckedFile::Verdict::OtherSize, errorcodes::file_corrupted, "The file has another size."},
+    {CheckedFile::Verdict::OtherContent, errorcodes::file_corrupted,
+     "The content does not match the hash."},
+    {CheckedFile::Verdict::NoFile, errorcodes::file_corrupted, nullptr},
+};
+
+/// Null where it is no end.
+const Ending *endingOf(CheckedFile::Verdict verdict)
+{
+    const auto ending =
+        std::find_if(std::begin(endings), std::end(endings),
+                     [verdict](const Ending &row) { return row.verdict == verdict; });
+    return ending == std::end(endings) ? nullptr : ending;
 }
 
 } // namespace
@@ -110,22 +138,12 @@ void TarvisNetPrivate::finishFile(QNetworkReply *reply)
 
 void TarvisNetPrivate::obey(CheckedFile::Verdict verdict, QNetworkReply *reply)
 {
-    switch (verdict) {
-    case CheckedFile::Verdict::Good:
-        return;
-    case CheckedFile::Verdict::AskAfresh:
+    if (verdict == CheckedFile::Verdict::AskAfresh)
         sendAgain(reply);
-        return;
-    case CheckedFile::Verdict::BrokenOff:
+    else if (verdict == CheckedFile::Verdict::BrokenOff)
         perform(rules->stepAfterBreak(transfers.value(reply)), reply);
-        return;
-    case CheckedFile::Verdict::WriteFailed:
-        fail(reply, errorcodes::file_write_failed);
-        return;
-    case CheckedFile::Verdict::Corrupted:
-        fail(reply, errorcodes::file_corrupted, "What was fetched is not the file.");
-        return;
-    }
+    else if (const Ending *ending = endingOf(verdict))
+        fail(reply, ending->code, ending->reason);
 }
 
 bool TarvisNetPrivate::isBeingChecked(QNetworkReply *reply) const

@@ -75,6 +75,7 @@ private Q_SLOTS:
     void tellsAsTheTraditionalClient();
     void progress_data();
     void progress();
+    void explains_data();
     void explains();
 
 private:
@@ -439,18 +440,43 @@ void tst_TarvisNetCheckedFiles::progress()
     QCOMPARE(seen, told);
 }
 
+void tst_TarvisNetCheckedFiles::explains_data()
+{
+    QTest::addColumn<FileAnswer>("answer");
+    QTest::addColumn<int>("received");
+    QTest::addColumn<QString>("reason");
+    const QString otherSize = "The file has another size.";
+    const QString otherContent = "The content does not match the hash.";
+    const QString noFile = "The server's answer is no file.";
+    const auto row = [](const char *name, const FileAnswer &answer, int received,
+                        const QString &reason) {
+        QTest::newRow(name) << answer << received << reason;
+    };
+    row("shorter", {200, {}, content.left(4), HttpResponse::Chunked}, 4, otherSize);
+    row("of a shorter length", {200, {}, content.left(4)}, 0, otherSize);
+    row("surplus", {200, {}, content + content, HttpResponse::Chunked}, 0, otherSize);
+    row("another content", {200, {}, "9876543210"}, 10, otherContent);
+    row("a part, unasked", rest({rangeHeader("0-9/10")}, content), 0, noFile);
+    row("203", {203, {}, content}, 0, noFile);
+    row("204", {204, {}, none}, 0, noFile);
+    row("300", {300, {}, content}, 0, noFile);
+}
+
 void tst_TarvisNetCheckedFiles::explains()
 {
+    QFETCH(const FileAnswer, answer);
+    QFETCH(const int, received);
+    QFETCH(const QString, reason);
     TransferPolicy policy = CheckedBench::checkingFiles();
     policy.setErrorsExplained(true);
     CheckedBench bench(ScriptedServer::Mode::Http, policy);
-    bench.answer({{200, {}, content.left(4), HttpResponse::Chunked}});
-    bench.fetch(10);
+    bench.answer({answer});
+    bench.fetch(10, "84d89877f0d4041efb6bf91a16f0248f2fd573e6af05c19f96bedb9f882f7882");
     QVERIFY(bench.waitForEnds());
-    const QJsonObject expected{{"reason", "What was fetched is not the file."},
-                               {"httpStatus", 200},
+    const QJsonObject expected{{"reason", reason},
+                               {"httpStatus", answer.status},
                                {"expected", 10},
-                               {"received", 4}};
+                               {"received", received}};
     QCOMPARE(QJsonDocument(bench.error().at(2).toJsonDocument().object()), QJsonDocument(expected));
 }
 

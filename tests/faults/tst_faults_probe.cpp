@@ -1,7 +1,9 @@
 #include "clientbench.h"
 #include "endings.h"
 #include "files.h"
+#include "strictbench.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QTimer>
 #include <QtNetwork/QTcpServer>
@@ -19,6 +21,7 @@ namespace {
 constexpr int timeoutMsec = 1500;
 constexpr int slowMsec = 300;
 const QByteArray content = "abcdef";
+const QByteArray old = "old";
 const char probeFile[] = "../../source/appl/remoteping";
 
 /// How the root answers the probe while a download stands still.
@@ -28,14 +31,24 @@ struct RootAnswer {
     ScriptedServer::Handler answer;
     /// Whether it counts as a sign of life.
     bool isAlive;
+    /// The same for a strict client.
+    bool isAliveStrictly;
     /// Whether the server takes no further connections once it has the download's.
     bool refuses = false;
 };
 
+/// A strict client's, for which nobody but the probe tells that a server is silent.
+TransferPolicy strict()
+{
+    TransferPolicy policy = StrictBench::waitingFor(0);
+    policy.setMaximumRetries(0);
+    return policy;
+}
+
 /// A client whose probe gives up after \a timeout.
 struct ProbingBench : ClientBench {
-    ProbingBench(Mode mode, int timeout)
-        : ClientBench(mode)
+    ProbingBench(Mode mode, int timeout, const TransferPolicy &policy = TransferPolicy())
+        : ClientBench(mode, policy)
     {
         client->setTemporaryDirectory(directory.path());
         client->setPingTimeout(timeout);
@@ -50,8 +63,8 @@ struct ProbingBench : ClientBench {
 
 /// A download that a server withholds, so that only the probe tells whether the server lives.
 struct Download : ProbingBench {
-    explicit Download(const RootAnswer &root)
-        : ProbingBench(root.mode, timeoutMsec)
+    explicit Download(const RootAnswer &root, const TransferPolicy &policy = TransferPolicy())
+        : ProbingBench(root.mode, timeoutMsec, policy)
     {
         server.on("/", root.answer);
         const bool refuses = root.refuses;
@@ -67,6 +80,21 @@ struct Download : ProbingBench {
     HttpResponse held;
 };
 
+/// The same for a strict client, which also waits for another server, and is not to give that up.
+struct StrictDownload : Download {
+    explicit StrictDownload(const RootAnswer &root)
+        : Download(root, strict())
+    {
+        files::write(path("file"), old);
+        other.onRequest(
+            [this](const HttpRequest &, HttpResponse &response) { heldElsewhere = response; });
+        client->rawGet(other.url("/elsewhere"));
+    }
+
+    ScriptedServer other;
+    HttpResponse heldElsewhere;
+};
+
 QList<RootAnswer> rootAnswers()
 {
     const auto slow = [](const HttpRequest &, HttpResponse &response) {
@@ -76,17 +104,24 @@ QList<RootAnswer> rootAnswers()
     QList<RootAnswer> answers;
     for (const Mode mode : {Mode::Http, Mode::Https}) {
         const QByteArray scheme = mode == Mode::Http ? ", HTTP" : ", HTTPS";
-        answers.append({"mute" + scheme, mode, answers::withhold(), false});
-        answers.append({"refusing" + scheme, mode, answers::withhold(), false, true});
-        answers.append({"closing" + scheme, mode, cut, false});
-        answers.append({"404" + scheme, mode, answers::status(404), false});
-        answers.append({"500" + scheme, mode, answers::status(500), false});
-        answers.append({"403" + scheme, mode, answers::status(403), true});
-        answers.append({"405" + scheme, mode, answers::status(405), true});
-        answers.append({"200" + scheme, mode, answers::status(200), true});
-        answers.append({"slow" + scheme, mode, slow, true});
+        answers.append({"mute" + scheme, mode, answers::withhold(), false, false});
+        answers.append({"refusing" + scheme, mode, answers::withhold(), false, false, true});
+        answers.append({"closing" + scheme, mode, cut, false, false});
+        answers.append({"404" + scheme, mode, answers::status(404), false, true});
+        answers.append({"500" + scheme, mode, answers::status(500), false, true});
+        answers.append({"403" + scheme, mode, answers::status(403), true, true});
+        answers.append({"405" + scheme, mode, answers::status(405), true, true});
+        answers.append({"200" + scheme, mode, answers::status(200), true, true});
+        answers.append({"slow" + scheme, mode, slow, true, true});
     }
     return answers;
+}
+
+void listenAbove32767(QTcpServer &server)
+{
+    quint16 port = 32768;
+    while (!server.listen(QHostAddress::LocalHost, port))
+        ++port;
 }
 
 } // namespace
@@ -98,24 +133,39 @@ class tst_FaultsProbe : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase() { m_downloads.clear(); }
+    void cleanupTestCase();
     void rootAnswersTheProbe_data();
     void rootAnswersTheProbe();
+    void rootAnswersStrictly_data();
+    void rootAnswersStrictly();
     void portAbove32767_data() { addSchemes(); }
     void portAbove32767();
+    void portAbove32767Strictly_data() { addSchemes(); }
+    void portAbove32767Strictly();
     void refusedConnection_data() { addSchemes(); }
     void refusedConnection();
+    void refusedConnectionStrictly_data() { addSchemes(); }
+    void refusedConnectionStrictly();
 
 private:
     static void addSchemes();
 
     std::vector<std::unique_ptr<Download>> m_downloads;
+    std::vector<std::unique_ptr<StrictDownload>> m_strictDownloads;
 };
 
 void tst_FaultsProbe::initTestCase()
 {
-    for (const RootAnswer &root : rootAnswers())
+    for (const RootAnswer &root : rootAnswers()) {
         m_downloads.push_back(std::make_unique<Download>(root));
+        m_strictDownloads.push_back(std::make_unique<StrictDownload>(root));
+    }
+}
+
+void tst_FaultsProbe::cleanupTestCase()
+{
+    m_downloads.clear();
+    m_strictDownloads.clear();
 }
 
 void tst_FaultsProbe::addSchemes()
@@ -161,6 +211,41 @@ void tst_FaultsProbe::rootAnswersTheProbe()
     QVERIFY(!QFileInfo::exists(download.path("file.vtxdownload")));
 }
 
+void tst_FaultsProbe::rootAnswersStrictly_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<bool>("isAlive");
+    int index = 0;
+    for (const RootAnswer &root : rootAnswers())
+        QTest::newRow(root.name) << index++ << root.isAliveStrictly;
+}
+
+// Whatever it answers is an answer, and only what was asked of this server ends.
+void tst_FaultsProbe::rootAnswersStrictly()
+{
+    QFETCH(int, index);
+    QFETCH(bool, isAlive);
+
+    StrictDownload &download = *m_strictDownloads.at(size_t(index));
+    if (isAlive) {
+        QTRY_VERIFY(download.server.requests("/").size() >= 3);
+        download.held.write(content);
+        QVERIFY(download.recorder.waitFor("s_finished"));
+    } else {
+        QVERIFY(download.recorder.waitFor("s_errorChanged"));
+        QCOMPARE(download.error().at(1).toString(), download.url("/file"));
+    }
+    download.heldElsewhere.send(200, {}, "{}");
+    QVERIFY(download.recorder.waitFor("s_rawGet"));
+
+    QCOMPARE(download.errors(), isAlive ? QList<int>() : QList<int>{-223});
+    QCOMPARE(download.recorder.count("s_finished"), isAlive ? 1 : 0);
+    QCOMPARE(download.abortedUrls(), QStringList());
+    QCOMPARE(download.recorder.count("s_rawGet"), 1);
+    QCOMPARE(files::read(download.path("file")), isAlive ? content : old);
+    QCOMPARE(QDir(download.path()).entryList(QDir::Files | QDir::Hidden), QStringList("file"));
+}
+
 // The probe keeps its port in a signed number of 16 bits. It cannot ask such a server, and so takes
 // it for dead.
 void tst_FaultsProbe::portAbove32767()
@@ -168,11 +253,9 @@ void tst_FaultsProbe::portAbove32767()
     QFETCH(QString, scheme);
 
     QTcpServer server;
-    quint16 port = 32768;
-    while (!server.listen(QHostAddress::LocalHost, port))
-        ++port;
+    listenAbove32767(server);
     ProbingBench bench(Mode::Http, 500);
-    const QString url = QString("%1://127.0.0.1:%2/file").arg(scheme).arg(port);
+    const QString url = QString("%1://127.0.0.1:%2/file").arg(scheme).arg(server.serverPort());
     bench.download(QUrl(url));
     QVERIFY(bench.recorder.waitFor("s_errorChanged"));
 
@@ -183,6 +266,27 @@ void tst_FaultsProbe::portAbove32767()
     QCOMPARE(bench.log.texts(QtWarningMsg).filter("Incorrect URL:"),
              QStringList("Incorrect URL: \"\""));
     QCOMPARE(bench.log.originFault(probeFile), QString());
+}
+
+// The probe of a strict client asks there too. This server is dead because it says nothing.
+void tst_FaultsProbe::portAbove32767Strictly()
+{
+    QFETCH(QString, scheme);
+
+    QTcpServer server;
+    listenAbove32767(server);
+    int connections = 0;
+    connect(&server, &QTcpServer::newConnection, this, [&connections] { ++connections; });
+    ProbingBench bench(Mode::Http, timeoutMsec, strict());
+    const QString url = QString("%1://127.0.0.1:%2/file").arg(scheme).arg(server.serverPort());
+    bench.download(QUrl(url));
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
+
+    QCOMPARE(bench.errors(), QList<int>{-223});
+    QCOMPARE(bench.error().at(1).toString(), url);
+    QCOMPARE(bench.abortedUrls(), QStringList());
+    QVERIFY(connections > 1);
+    QCOMPARE(bench.log.texts(QtWarningMsg).filter("Incorrect URL:"), QStringList());
 }
 
 // The download of a server that is gone fails by itself, before the first ping.
@@ -200,6 +304,24 @@ void tst_FaultsProbe::refusedConnection()
              QStringList({"s_startPing|-1", "s_repliesCountChanged",
                           signalText("s_errorChanged", {-203, url, QJsonDocument()}),
                           "s_repliesCountChanged", "s_stopPing", signalText("s_aborted", {url})}));
+}
+
+// Nothing else is aborted.
+void tst_FaultsProbe::refusedConnectionStrictly()
+{
+    QFETCH(QString, scheme);
+
+    ProbingBench bench(Mode::Http, timeoutMsec, strict());
+    const QString url =
+        QString("%1://127.0.0.1:%2/file").arg(scheme).arg(ScriptedServer::freePort());
+    bench.download(QUrl(url));
+    QVERIFY(bench.recorder.waitFor("s_stopPing"));
+
+    QCOMPARE(bench.errors(), QList<int>{-203});
+    QCOMPARE(bench.error().at(1).toString(), url);
+    QCOMPARE(bench.emitted(),
+             QStringList({"s_startPing", "s_repliesCountChanged", "s_errorChanged",
+                          "s_repliesCountChanged", "s_stopPing"}));
 }
 
 QTEST_GUILESS_MAIN(tst_FaultsProbe)

@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "endings.h"
 #include "faultrows.h"
+#include "strictbench.h"
 
 #include <QtTest/QTest>
 
@@ -11,14 +12,23 @@ using namespace clientaccess;
 using endings::signalText;
 using faultrows::Mode;
 
+/// How a server fails one request for ever, and how that ends.
+struct Failing {
+    QByteArray name;
+    ScriptedServer::Handler answer;
+    Code code;
+};
+
+Q_DECLARE_METATYPE(Failing)
+
 namespace {
 
 const QString changed = "s_repliesCountChanged";
 
 /// A client that asks a server which keeps each answer until it is told to give it.
 struct QueueBench : ClientBench {
-    explicit QueueBench(Mode mode)
-        : ClientBench(mode)
+    explicit QueueBench(Mode mode, const TransferPolicy &policy = StrictBench::impatient())
+        : ClientBench(mode, policy)
     {
         server.onRequest([this](const HttpRequest &request, HttpResponse &response) {
             held.insert(request.path(), response);
@@ -42,6 +52,15 @@ struct QueueBench : ClientBench {
     {
         return signalText("s_rawGet", {QJsonDocument::fromJson("[]"), url(path)});
     }
+    /// The URLs of all results, in alphabetical order.
+    QStringList results() const
+    {
+        QStringList urls;
+        for (const QVariantList &arguments : recorder.of("s_rawGet"))
+            urls.append(arguments.at(1).toString());
+        urls.sort();
+        return urls;
+    }
     /// What the server was asked for, in the order of arrival.
     QList<QByteArray> asked() const
     {
@@ -62,6 +81,17 @@ struct QueueBench : ClientBench {
     QMap<QByteArray, HttpResponse> held;
 };
 
+/// Over HTTP and over HTTPS, without a policy and with a strict one.
+void addModesAndPolicies()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<TransferPolicy>("policy");
+    QTest::newRow("HTTP") << Mode::Http << TransferPolicy();
+    QTest::newRow("HTTPS") << Mode::Https << TransferPolicy();
+    QTest::newRow("HTTP, strict") << Mode::Http << StrictBench::impatient();
+    QTest::newRow("HTTPS, strict") << Mode::Https << StrictBench::impatient();
+}
+
 } // namespace
 
 /// Requests that wait for their turn, while the server is slow.
@@ -69,20 +99,27 @@ class tst_FaultsQueue : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void limitIsRaised_data() { faultrows::addModes(); }
+    void limitIsRaised_data() { addModesAndPolicies(); }
     void limitIsRaised();
-    void stopFlagHoldsRequests_data() { faultrows::addModes(); }
+    void stopFlagHoldsRequests_data() { addModesAndPolicies(); }
     void stopFlagHoldsRequests();
-    void stopFlagLetsRedirectsGo_data() { faultrows::addModes(); }
+    void stopFlagLetsRedirectsGo_data() { addModesAndPolicies(); }
     void stopFlagLetsRedirectsGo();
+    void failsAlone_data();
+    void failsAlone();
+    void failsUnderTheStopFlag_data() { faultrows::addModes(); }
+    void failsUnderTheStopFlag();
+    void endsWithTheClient_data() { faultrows::addModes(); }
+    void endsWithTheClient();
 };
 
 // Each change starts one request, however many places are free.
 void tst_FaultsQueue::limitIsRaised()
 {
     QFETCH(Mode, mode);
+    QFETCH(TransferPolicy, policy);
 
-    QueueBench bench(mode);
+    QueueBench bench(mode, policy);
     bench.client->setParallelRequestsCount(1);
     bench.recorder.clear();
     bench.ask({"/1", "/2", "/3", "/4"});
@@ -118,8 +155,9 @@ void tst_FaultsQueue::limitIsRaised()
 void tst_FaultsQueue::stopFlagHoldsRequests()
 {
     QFETCH(Mode, mode);
+    QFETCH(TransferPolicy, policy);
 
-    QueueBench bench(mode);
+    QueueBench bench(mode, policy);
     bench.ask({"/1"});
     QVERIFY(bench.server.waitForRequests(1));
     bench.client->setStopProcess(true);
@@ -148,8 +186,9 @@ void tst_FaultsQueue::stopFlagHoldsRequests()
 void tst_FaultsQueue::stopFlagLetsRedirectsGo()
 {
     QFETCH(Mode, mode);
+    QFETCH(TransferPolicy, policy);
 
-    QueueBench bench(mode);
+    QueueBench bench(mode, policy);
     bench.ask({"/1"});
     QVERIFY(bench.server.waitForRequests(1));
     bench.client->setStopProcess(true);
@@ -160,8 +199,96 @@ void tst_FaultsQueue::stopFlagLetsRedirectsGo()
     QTRY_COMPARE(repliesOf(*bench.client).size(), 0);
 
     QCOMPARE(bench.asked(), QList<QByteArray>({"/1", "/2"}));
-    QCOMPARE(endings::seen(bench.recorder),
-             QStringList({changed, "s_stopProcessChanged", bench.result("/1"), changed, changed}));
+    QStringList expected = {changed, "s_stopProcessChanged", bench.result("/1"), changed};
+    // The redirect has a place of its own, unless it is checked.
+    if (!policy.redirectsChecked())
+        expected.append(changed);
+    QCOMPARE(endings::seen(bench.recorder), expected);
+}
+
+void tst_FaultsQueue::failsAlone_data()
+{
+    QTest::addColumn<Mode>("mode");
+    QTest::addColumn<Failing>("failing");
+    const Failing rows[] = {
+        {"refused", answers::status(404), -217},
+        {"not authorised", answers::status(401), -213},
+        {"forbidden", answers::status(403), -203},
+        {"failing for ever", answers::status(503), -203},
+        {"cut", answers::cutShort("[]"), -203},
+        {"astray", answers::redirect(302, "other://127.0.0.1/1"), -224},
+    };
+    for (const Failing &row : rows)
+        faultrows::addInBothModes(row);
+}
+
+// Two at a time, one of which is answered last. The other place is that of all the others.
+void tst_FaultsQueue::failsAlone()
+{
+    QFETCH(Mode, mode);
+    QFETCH(Failing, failing);
+
+    QueueBench bench(mode);
+    bench.server.on("/1", failing.answer);
+    for (const char *path : {"/3", "/4"})
+        bench.server.on(path, answers::bytes("[]"));
+    bench.client->setParallelRequestsCount(2);
+    bench.ask({"/1", "/2", "/3", "/4"});
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
+    QVERIFY(bench.recorder.waitFor("s_rawGet", 2));
+    QVERIFY(bench.answer("/2"));
+
+    QCOMPARE(bench.errors(), QList<int>{failing.code});
+    QCOMPARE(bench.error().at(1).toString(), bench.url("/1"));
+    QCOMPARE(bench.results(), bench.urls({"/2", "/3", "/4"}));
+    QCOMPARE(bench.abortedUrls(), QStringList());
+    QCOMPARE(bench.running(), 0);
+}
+
+// What waits goes on waiting, and is asked for as ever.
+void tst_FaultsQueue::failsUnderTheStopFlag()
+{
+    QFETCH(Mode, mode);
+
+    QueueBench bench(mode);
+    bench.ask({"/1"});
+    QVERIFY(bench.server.waitForRequests(1));
+    bench.client->setStopProcess(true);
+    bench.ask({"/2", "/3"});
+    bench.held["/1"].send(404);
+    QVERIFY(bench.recorder.waitFor("s_errorChanged"));
+    QCOMPARE(bench.running(), 0);
+    bench.client->setStopProcess(false);
+    bench.ask({"/4"});
+    for (int done = 1; done <= 3; ++done) {
+        QVERIFY(bench.server.waitForRequests(done + 1));
+        QVERIFY(bench.answer(bench.asked().constLast()));
+    }
+
+    QCOMPARE(bench.errors(), QList<int>{-217});
+    QCOMPARE(bench.results(), bench.urls({"/2", "/3", "/4"}));
+    QCOMPARE(bench.abortedUrls(), QStringList());
+}
+
+// Also what nobody has asked the server for yet.
+void tst_FaultsQueue::endsWithTheClient()
+{
+    QFETCH(Mode, mode);
+
+    QueueBench bench(mode);
+    bench.client->setParallelRequestsCount(1);
+    bench.ask({"/1", "/2"});
+    QVERIFY(bench.server.waitForRequests(1));
+    bench.client->setStopProcess(true);
+    bench.ask({"/3"});
+    delete bench.client;
+
+    QStringList aborted = bench.abortedUrls();
+    aborted.sort();
+    QCOMPARE(aborted, bench.urls({"/1", "/2", "/3"}));
+    QCOMPARE(bench.asked(), QList<QByteArray>{"/1"});
+    QCOMPARE(bench.errors(), QList<int>());
+    QCOMPARE(bench.results(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_FaultsQueue)

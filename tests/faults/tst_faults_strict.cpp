@@ -189,6 +189,8 @@ private Q_SLOTS:
     void shakesHands();
     void fallsSilent_data();
     void fallsSilent();
+    void neverEnds_data() { addModesAndKinds(); }
+    void neverEnds();
     void leads_data() { addRowsInBothModes(redirects()); }
     void leads();
     void followsAChain_data() { addModesAndKinds(); }
@@ -304,6 +306,26 @@ void tst_FaultsStrict::fallsSilent()
     QVERIFY(bench.run(kind, size, bench.server.url("/fault")));
     QCOMPARE(bench.code(), -223);
     QVERIFY(bench.isPlaced(old));
+}
+
+// Nor here. It is more than a file of the size, and than a body may be.
+void tst_FaultsStrict::neverEnds()
+{
+    QFETCH(Mode, mode);
+    QFETCH(RequestKind, kind);
+
+    TransferPolicy policy = StrictBench::impatient();
+    policy.setMaximumBodySize(100'000);
+    StrictBench bench(mode, policy);
+    files::write(bench.destination, old);
+    bench.server.on("/fault", [](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(200, {}, HttpResponse::Chunked);
+        response.writeGenerated(Q_INT64_C(1) << 24);
+    });
+    QVERIFY(bench.run(kind, size, bench.server.url("/fault")));
+    QCOMPARE(bench.code(), kind.isFile() ? -226 : -227);
+    QVERIFY(bench.isPlaced(old));
+    QVERIFY(bench.kept().isNull());
 }
 
 void tst_FaultsStrict::leads()

@@ -1,6 +1,7 @@
 #include "answers.h"
 #include "fetchbench.h"
 #include "files.h"
+#include "nginxserver.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtTest/QTest>
@@ -42,6 +43,8 @@ private Q_SLOTS:
     void savesTheInstaller_data();
     void savesTheInstaller();
     void resumesWithoutAWord();
+    void speaks_data();
+    void speaks();
 };
 
 void tst_FetchPolicy::downloads_data()
@@ -57,6 +60,7 @@ void tst_FetchPolicy::downloads_data()
     row("wrong hash", size + QStringList{"--hash", hashOf(old)}, false, 1);
     row("malformed hash", size + QStringList{"--hash", "sha256:12"}, false, 0);
     row("file of another size in the way", size + QStringList{"--strict"}, true, 1);
+    row("the same, fast", size + QStringList{"--fast"}, true, 1);
     row("size too small", {"--size", "9999", "--strict"}, false, 1);
     row("size too large", {"--size", "10001", "--strict"}, false, 1);
 }
@@ -216,6 +220,33 @@ void tst_FetchPolicy::resumesWithoutAWord()
     QCOMPARE(bench.exitCode(), int(Succeeded));
     QVERIFY(!bench.messages().contains("resuming"));
     QVERIFY(files::read(bench.path("a")) == content);
+}
+
+void tst_FetchPolicy::speaks_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("protocol");
+    QTest::newRow("strict") << QStringList{"--strict"} << QByteArray("HTTP/1.1");
+    QTest::newRow("fast") << QStringList{"--fast"} << QByteArray("HTTP/2.0");
+    QTest::newRow("both") << QStringList{"--fast", "--strict"} << QByteArray("HTTP/2.0");
+}
+
+// The server's answer is what it was asked by.
+void tst_FetchPolicy::speaks()
+{
+    QFETCH(QStringList, options);
+    QFETCH(const QByteArray, protocol);
+
+    const NginxServer server(R"(default_type application/json; return 200 '"$server_protocol"';)");
+    options += {"--ca", TARVISNET_TEST_CERTIFICATES "/server.crt", "-o", "a"};
+    const QString url = server.httpsUrl("/a").toString();
+    const QList<QStringList> commands = {{"get-file"}, {"binary", "--size", "10"}};
+    for (const QStringList &command : commands) {
+        FetchBench bench;
+        bench.run(command + options + QStringList{url});
+        QVERIFY2(bench.exitCode() == Succeeded, bench.messages().constData());
+        QCOMPARE(files::read(bench.path("a")), '"' + protocol + '"');
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_FetchPolicy)

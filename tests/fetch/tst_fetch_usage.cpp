@@ -67,6 +67,7 @@ void tst_FetchUsage::isRefused_data()
 
     const QList<QStringList> policies = {
         {"--strict"},
+        {"--fast"},
         {"--ca", certificate()},
         {"--pin", QString(64, 'a')},
         {"--retries", "0"},
@@ -113,6 +114,7 @@ void tst_FetchUsage::helpIsAResult()
     QCOMPARE(bench.exitCode(), 0);
     QCOMPARE(bench.messages(), QByteArray());
     QVERIFY(bench.output().contains("--max-redirects <N>"));
+    QVERIFY(bench.output().contains("\n  --fast "));
     QVERIFY(bench.output().contains("\n    7  it took too long\n"));
 }
 

@@ -40,7 +40,7 @@ http {
 @server@
     }
     server {
-        listen 127.0.0.1:@https@ ssl;
+        listen 127.0.0.1:@https@ ssl http2;
 @server@
     }
 }

@@ -26,7 +26,8 @@ struct NginxLogEntry {
     QByteArray tls;
 };
 
-/// Debian's nginx over HTTP and HTTPS. It runs as whoever runs the test:
+/// Debian's nginx over HTTP and HTTPS, the latter by HTTP/2 for a client that wants it. It runs as
+/// whoever runs the test:
 ///
 ///     NginxServer server("location = /fixed { return 200 'always this'; }");
 ///     files::write(server.root() + "/index.json", "{}");

@@ -1,5 +1,6 @@
 #include "answers.h"
 #include "checkedfile_p.h"
+#include "descriptor_p.h"
 #include "fakereply.h"
 #include "files.h"
 #include "filesizelimit.h"
@@ -15,6 +16,7 @@
 #include <limits>
 #include <memory>
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -140,6 +142,34 @@ struct Bench {
     std::unique_ptr<FakeReply> reply;
 };
 
+/// Tells which names have been given to files in a folder, those of a moment included.
+class NameWatch {
+public:
+    explicit NameWatch(const QString &folder)
+    {
+        inotify_add_watch(m_queue, QFile::encodeName(folder).constData(), IN_CREATE | IN_MOVED_TO);
+    }
+    ~NameWatch() { close(m_queue); }
+
+    QStringList names() const
+    {
+        alignas(inotify_event) char events[4096];
+        const qint64 size = read(m_queue, events, sizeof(events));
+        QStringList names;
+        for (qint64 at = 0; at < size;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(events + at);
+            names.append(QFile::decodeName(event->name));
+            at += qint64(sizeof(inotify_event)) + event->len;
+        }
+        return names;
+    }
+
+private:
+    Q_DISABLE_COPY(NameWatch)
+
+    const int m_queue = inotify_init1(IN_NONBLOCK);
+};
+
 /// A folder on another file system than that of temporary files.
 class OtherDisk {
 public:
@@ -187,6 +217,9 @@ private Q_SLOTS:
     void fetchesAWrongResumedFileOnceMore();
     void replaces_data();
     void replaces();
+    void givesNewFilesTheUsualPermissions_data();
+    void givesNewFilesTheUsualPermissions();
+    void namesNothingButTheDestination();
     void keepsWhatItCannotReplace();
     void replacesFromAnotherDisk_data();
     void replacesFromAnotherDisk();
@@ -336,24 +369,24 @@ void tst_CheckedFile::fetches_data()
         Verdict::Good);
     row("whole, hashed", none, 10, hash, {200, {length}, {"012", "3456789"}}, Verdict::Good);
     row("whole, of another content", none, 10, hash, {200, {length}, {"9876543210"}},
-        Verdict::Corrupted);
-    row("short", none, 10, "", {200, {}, {"012345678"}}, Verdict::Corrupted);
-    row("nothing of it", none, 10, "", {200, {}, {}}, Verdict::Corrupted);
-    row("surplus", none, 10, "", {200, {}, {content, "0"}}, Verdict::Corrupted);
-    row("surplus at once", none, 10, "", {200, {}, {content + '0'}}, Verdict::Corrupted);
+        Verdict::OtherContent);
+    row("short", none, 10, "", {200, {}, {"012345678"}}, Verdict::OtherSize);
+    row("nothing of it", none, 10, "", {200, {}, {}}, Verdict::OtherSize);
+    row("surplus", none, 10, "", {200, {}, {content, "0"}}, Verdict::OtherSize);
+    row("surplus at once", none, 10, "", {200, {}, {content + '0'}}, Verdict::OtherSize);
     row("another length", none, 10, "", {200, {{"Content-Length", "11"}}, {content}},
-        Verdict::Corrupted);
-    row("a part, unasked", none, 10, "", restFrom(0), Verdict::Corrupted);
-    row("416, unasked", none, 10, "", {416, {}, {}}, Verdict::Corrupted);
+        Verdict::OtherSize);
+    row("a part, unasked", none, 10, "", restFrom(0), Verdict::NoFile);
+    row("416, unasked", none, 10, "", {416, {}, {}}, Verdict::NoFile);
     for (const int status : {201, 202, 203, 204, 205, 226}) {
         QTest::addRow("%d", status) << none << QByteArray(tag) << quint64(10) << QString()
-                                    << Reply{status, {}, {content}} << Verdict::Corrupted;
+                                    << Reply{status, {}, {content}} << Verdict::NoFile;
     }
 
     row("unsized", none, 0, "", {200, {length}, {content}}, Verdict::Good);
     row("unsized without length", none, 0, "", {200, {}, {"012", "3456789"}}, Verdict::Good);
     row("unsized, hashed", none, 0, hash, {200, {}, {content}}, Verdict::Good);
-    row("unsized, surplus", none, 0, "", {200, {length}, {content, "0"}}, Verdict::Corrupted);
+    row("unsized, surplus", none, 0, "", {200, {length}, {content, "0"}}, Verdict::OtherSize);
 
     row("resumed", "012", 10, "", restFrom(3), Verdict::Good);
     row("resumed, hashed", "012", 10, hash, restFrom(3), Verdict::Good);
@@ -364,7 +397,7 @@ void tst_CheckedFile::fetches_data()
     QTest::newRow("resumed without validator")
         << QByteArray("012") << none << quint64(10) << hash << restFrom(3) << Verdict::Good;
     row("resumed, surplus", "012", 10, "", {206, {{"Content-Range", "bytes 3-9/10"}}, {"34567890"}},
-        Verdict::Corrupted);
+        Verdict::OtherSize);
     row("resumed wrongly", "xyz", 10, hash, restFrom(3), Verdict::AskAfresh);
     row("whole instead", "xyz", 10, "", {200, {length}, {content}}, Verdict::Good);
     row("whole instead, hashed", "xyz", 10, hash, {200, {length}, {content}}, Verdict::Good);
@@ -372,7 +405,7 @@ void tst_CheckedFile::fetches_data()
     row("whole instead of a long beginning", content + content, 10, "", {200, {}, {content}},
         Verdict::Good);
     row("whole instead, of another content", "xyz", 10, hash, {200, {}, {"9876543210"}},
-        Verdict::Corrupted);
+        Verdict::OtherContent);
     row("whole instead, of another length", "xyz", 10, "",
         {200, {{"Content-Length", "11"}}, {content}}, Verdict::AskAfresh);
     row("another range", "0123", 10, "", restFrom(3), Verdict::AskAfresh);
@@ -383,7 +416,7 @@ void tst_CheckedFile::fetches_data()
         {206, {{"Content-Range", "bytes 3-9/10"}, {"Content-Encoding", "gzip"}}, {"3456789"}},
         Verdict::AskAfresh);
     row("416", "012", 10, "", {416, {{"Content-Range", "bytes */10"}}, {}}, Verdict::AskAfresh);
-    row("204 instead", "012", 10, "", {204, {}, {}}, Verdict::Corrupted);
+    row("204 instead", "012", 10, "", {204, {}, {}}, Verdict::NoFile);
 }
 
 void tst_CheckedFile::fetches()
@@ -609,7 +642,7 @@ void tst_CheckedFile::fetchesAWrongResumedFileOnceMore()
     // Cut, and resumed.
     QCOMPARE(bench.prepare(), Verdict::Good);
     QCOMPARE(bench.take({200, {{"ETag", tag}}, {"xyz"}}), Verdict::Good);
-    QCOMPARE(bench.fetch(restFrom(3)), Verdict::Corrupted);
+    QCOMPARE(bench.fetch(restFrom(3)), Verdict::OtherContent);
     QVERIFY(bench.isClean());
     QVERIFY(!QFileInfo::exists(bench.data.filePath));
 }
@@ -648,6 +681,42 @@ void tst_CheckedFile::replaces()
     QCOMPARE(permissionsOf(bench.data.filePath), expected);
     QCOMPARE(files::read(target), QByteArray("target"));
     QCOMPARE(bench.names(), QStringList({"destination", "target"}));
+}
+
+void tst_CheckedFile::givesNewFilesTheUsualPermissions_data()
+{
+    QTest::addColumn<int>("mask");
+    for (const int mask : {0, 0002, 0022, 0027, 0077})
+        QTest::addRow("%03o", unsigned(mask)) << mask;
+}
+
+void tst_CheckedFile::givesNewFilesTheUsualPermissions()
+{
+    QFETCH(const int, mask);
+    Bench bench;
+    const mode_t before = umask(mode_t(mask));
+    const Verdict verdict = bench.fetch({200, {}, {content}});
+    umask(before);
+    QCOMPARE(verdict, Verdict::Good);
+    QCOMPARE(permissionsOf(bench.data.filePath), mode_t(0666 & ~mask));
+    QCOMPARE(bench.names(), QStringList("destination"));
+}
+
+// Who is killed meanwhile leaves nothing beside it.
+void tst_CheckedFile::namesNothingButTheDestination()
+{
+    const QTemporaryDir elsewhere;
+    if (!Descriptor(elsewhere.path(), O_WRONLY | O_TMPFILE, S_IWUSR).isOpen())
+        QSKIP("needs files without a name");
+    Bench bench(elsewhere.path());
+    for (const QByteArray &before : {QByteArray(), QByteArray("old")}) {
+        if (!before.isNull())
+            files::write(bench.data.filePath, before);
+        const NameWatch watch(bench.directory.path());
+        bench.start();
+        QCOMPARE(bench.fetch({200, {}, {content}}), Verdict::Good);
+        QCOMPARE(watch.names(), QStringList("destination"));
+    }
 }
 
 void tst_CheckedFile::keepsWhatItCannotReplace()

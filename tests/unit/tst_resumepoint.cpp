@@ -186,13 +186,13 @@ void tst_ResumePoint::judge_data()
     const Question any{0, unknown, unknown, QByteArray()};
     row("whole: 200", whole, 200, {}, Judgement::Whole);
     row("whole: its length", whole, 200, {{"Content-Length", "10"}}, Judgement::Whole);
-    row("whole: another length", whole, 200, {{"Content-Length", "9"}}, Judgement::Corrupted);
+    row("whole: another length", whole, 200, {{"Content-Length", "9"}}, Judgement::OtherSize);
     row("whole: coded", whole, 200, {{"Content-Encoding", "gzip"}}, Judgement::Whole);
     row("whole: any length", any, 200, {{"Content-Length", "9"}}, Judgement::Whole);
     row("whole: empty", any, 200, {{"Content-Length", "0"}}, Judgement::Whole);
-    row("whole: 206", whole, 206, {{"Content-Range", "bytes 0-9/10"}}, Judgement::Corrupted);
-    row("whole: 206 of the rest", whole, 206, {range}, Judgement::Corrupted);
-    row("whole: 416", whole, 416, {}, Judgement::Corrupted);
+    row("whole: 206", whole, 206, {{"Content-Range", "bytes 0-9/10"}}, Judgement::NoFile);
+    row("whole: 206 of the rest", whole, 206, {range}, Judgement::NoFile);
+    row("whole: 416", whole, 416, {}, Judgement::NoFile);
 
     const Question rest{3, 10, 10, tag};
     row("rest: 206", rest, 206, {range}, Judgement::Rest);
@@ -235,10 +235,9 @@ void tst_ResumePoint::judge_data()
     row("hashed: any tag", hashed, 206, {range, {"ETag", tag}}, Judgement::Rest);
 
     for (const int status : {0, 201, 203, 204, 205, 207, 226}) {
-        QTest::addRow("whole: %d", status)
-            << whole << status << HttpHeaders{} << Judgement::Corrupted;
+        QTest::addRow("whole: %d", status) << whole << status << HttpHeaders{} << Judgement::NoFile;
         QTest::addRow("rest: %d", status)
-            << rest << status << HttpHeaders{range} << Judgement::Corrupted;
+            << rest << status << HttpHeaders{range} << Judgement::NoFile;
     }
 }
 

@@ -237,11 +237,11 @@ void tst_updater::downloadFails_data()
     QTest::addColumn<QString>("words");
 
     const OfferedFile file = UpdaterBench().manual;
-    const QString isOther = "What was fetched is not the file.";
     QTest::newRow("missing") << answers::status(404) << "server replied: Not Found";
     QTest::newRow("refused") << answers::status(403) << "server replied: Forbidden";
-    QTest::newRow("short") << answers::generatedFile(1000) << isOther;
-    QTest::newRow("damaged") << answers::file(QByteArray(int(file.size), 'x')) << isOther;
+    QTest::newRow("short") << answers::generatedFile(1000) << "The file has another size.";
+    QTest::newRow("damaged") << answers::file(QByteArray(int(file.size), 'x'))
+                             << "The content does not match the hash.";
     QTest::newRow("redirected to http") << answers::redirect(302, "http://localhost/manual.pdf")
                                         << "The server redirects from https to http.";
     QTest::newRow("redirected to nowhere")
