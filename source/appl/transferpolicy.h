@@ -96,7 +96,8 @@ public:
     /// stays. A download is continued only where the server confirms that the file is still the
     /// same, and starts afresh otherwise. A size of 0 stands for an unknown one. The hash is the
     /// hex text of a SHA-256, SHA-512, SHA-1 or MD5, told apart by its length or by "sha256:" and
-    /// so on before it. An installer is saved to TarvisNet::getInstallerFileName().
+    /// so on before it. An installer is saved to TarvisNet::getInstallerFileName(). While no
+    /// TarvisNet::getTemporaryDirectory() is set, a file grows beside its destination.
     ///
     /// Codes: errorcodes::file_corrupted for a wrong size, content, status or hash text,
     /// errorcodes::file_write_failed when the disk does not take the file,
@@ -128,7 +129,9 @@ public:
     /// How many times a GET is tried again after a failed connection, a time-out without a byte, or
     /// a status 408, 425, 429, 500, 502, 503 or 504; 0 at first. A download goes on where it
     /// stopped. Only the last failure is reported. While a request waits it takes no place among
-    /// those that run. POST, PATCH and DELETE are never tried again by the client.
+    /// those that run. POST, PATCH and DELETE are never tried again by the client,
+    /// unless the server has said that it has not looked at them (HTTP/2); but Qt itself repeats
+    /// any request whose connection is reset before an answer.
     int maximumRetries() const;
     void setMaximumRetries(int count); ///< See maximumRetries().
 
@@ -164,9 +167,10 @@ public:
     bool connectionsKept() const;
     void setConnectionsKept(bool on); ///< See connectionsKept().
 
-    /// Whether requests over HTTPS use HTTP/2 where the server speaks it; false at first. Requests
-    /// to one server then share one connection. Files of 16 MiB and more, and those of unknown
-    /// size, always use HTTP/1.1: only there is the memory that they take bounded.
+    /// Whether requests over HTTPS use HTTP/2 where the server speaks it; false at first. Those of
+    /// one network thread to one server then share one connection. Downloads of 16 MiB and more,
+    /// and those of unknown size, always use HTTP/1.1: only there is the memory that they take
+    /// bounded. So does the probe, which asks whether the server answers a new connection, too.
     bool http2Allowed() const;
     void setHttp2Allowed(bool on); ///< See http2Allowed().
 
@@ -174,6 +178,7 @@ public:
     /// first, to 5; what lies outside is taken for the nearer of these. One of the threads also
     /// serves all other requests. The others, with connections of their own, are started when a
     /// download finds all threads busy with one, and end when they have been idle for some seconds.
+    /// No more are used than TarvisNet::getParallelRequestsCount() lets run.
     int downloadThreads() const;
     void setDownloadThreads(int count); ///< See downloadThreads().
 
