@@ -67,7 +67,7 @@ void ManagerPool::replacePrimary()
     distrust(primary().data());
     const Line fresh = newLine();
     // It owns the jar, unless that is the application's.
-    if (cookieJar()->parent())
+    if (cookieJar()->parent() == primary().data())
         cookieJar()->setParent(fresh.manager.data());
     m_lines.append(std::exchange(m_lines.first(), fresh));
 }
