@@ -254,6 +254,8 @@ private Q_SLOTS:
     void allAreAborted();
     void interimAnswerLeavesOthersAlone_data();
     void interimAnswerLeavesOthersAlone();
+    void replyOutlivesADialog_data();
+    void replyOutlivesADialog();
     void deletedInASignal_data();
     void deletedInASignal();
     void deletedBehindAReplacedManager_data();
@@ -615,6 +617,42 @@ void tst_TarvisNetConnections::interimAnswerLeavesOthersAlone()
         QCOMPARE(bench.server.requests(bench.filePath(number)).size(), number == hinted ? 2 : 1);
     QVERIFY(bench.areAllSaved());
     QCOMPARE(bench.outcomes(), mostThreads);
+}
+
+void tst_TarvisNetConnections::replyOutlivesADialog_data()
+{
+    QTest::addColumn<int>("threads");
+    QTest::addColumn<bool>("isHinted");
+    for (const int threads : {1, mostThreads}) {
+        QTest::addRow("aborted, %d", threads) << threads << false;
+        QTest::addRow("interim answer, %d", threads) << threads << true;
+    }
+}
+
+// The loop that a receiver runs goes on with all that is due. The manager of the reply is used no
+// more, but Qt uses the reply when the receiver is done.
+void tst_TarvisNetConnections::replyOutlivesADialog()
+{
+    QFETCH(const int, threads);
+    QFETCH(const bool, isHinted);
+    ThreadsBench bench(threaded(threads));
+    bench.client->setParallelRequestsCount(1);
+    bench.withhold();
+    bench.download(0);
+    QVERIFY(bench.server.waitForRequests(1));
+    bench.download(1);
+    const QPointer<QNetworkReply> reply = bench.replies().constFirst();
+    bool hasLived = false;
+    onSignal<&TarvisNet::s_repliesCountChanged>(*bench.client, [&] {
+        if (bench.server.requests().size() == 1)
+            hasLived = bench.server.waitForRequests(2) && reply;
+    });
+    if (isHinted)
+        bench.withheld.first().writeRaw("HTTP/1.1 103 Early Hints\r\n\r\n");
+    else
+        bench.client->abortDownload();
+    QVERIFY(bench.server.waitForRequests(2));
+    QVERIFY(hasLived);
 }
 
 void tst_TarvisNetConnections::deletedInASignal_data()
