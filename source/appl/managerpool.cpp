@@ -38,8 +38,8 @@ ManagerPool::ManagerPool(const TransferRules &rules)
 
 ManagerPool::Line ManagerPool::newLine() const
 {
-    const Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
-                       QDeadlineTimer(lingerMsec)};
+    Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
+                 QDeadlineTimer(lingerMsec)};
     share(cookieJar(), *line.manager);
     return line;
 }
