@@ -27,5 +27,19 @@ function(tarvisnet_add_test name)
         ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
 
+# Makes the strict clients of a test fast ones. All that the ones promise is to hold of the others.
+set(TARVISNET_FAST_CLIENTS TARVISNET_TEST_POLICY=fast)
+
+# Has CTest run the test NAME once more with fast clients, but only its test functions FUNCTION... if
+# there are any:
+#
+#   tarvisnet_add_fast_test(NAME [FUNCTION...])
+function(tarvisnet_add_fast_test name)
+    add_test(NAME ${name}_fast COMMAND $<TARGET_FILE:${name}> ${ARGN})
+    set_tests_properties(${name}_fast PROPERTIES
+        TIMEOUT 300
+        ENVIRONMENT "${TARVISNET_FAST_CLIENTS};${TARVISNET_GARBAGE_WHEN_FREED}")
+endfunction()
+
 # What was freed reads as garbage, also inside Qt, where no sanitizer looks.
 set(TARVISNET_GARBAGE_WHEN_FREED MALLOC_PERTURB_=165)

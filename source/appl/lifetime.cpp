@@ -28,12 +28,7 @@ ActiveCall::ActiveCall(QObject *owner, const QSharedPointer<QObject> &managers)
 ActiveCall::~ActiveCall()
 {
     if (ownerGone() && m_managers)
-        releaseOnceUnwound(std::move(m_managers));
-}
-
-void releaseOnceUnwound(QSharedPointer<QObject> object)
-{
-    new Keeper(std::move(object)); // deletes itself
+        new Keeper(std::move(m_managers)); // deletes itself
 }
 
 QueueLock::QueueLock(QSharedPointer<QMutex> mutex, int waitMsec)

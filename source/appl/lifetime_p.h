@@ -27,9 +27,6 @@ private:
     QSharedPointer<QObject> m_managers;
 };
 
-/// Keeps an object until the call stack has unwound.
-void releaseOnceUnwound(QSharedPointer<QObject> object);
-
 /// Holds a mutex that may lose its owner while it is locked.
 class QueueLock {
 public:

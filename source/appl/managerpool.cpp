@@ -1,9 +1,9 @@
 #include "managerpool_p.h"
 
-#include "lifetime_p.h"
 #include "transferrules_p.h"
 
 #include <QtNetwork/QNetworkCookieJar>
+#include <QtNetwork/QNetworkReply>
 
 #include <algorithm>
 #include <limits>
@@ -23,6 +23,11 @@ void share(QNetworkCookieJar *jar, QNetworkAccessManager &manager)
     jar->setParent(owner);
 }
 
+bool hasReplies(const QNetworkAccessManager &manager)
+{
+    return manager.findChild<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+}
+
 } // namespace
 
 ManagerPool::ManagerPool(const TransferRules &rules)
@@ -33,8 +38,8 @@ ManagerPool::ManagerPool(const TransferRules &rules)
 
 ManagerPool::Line ManagerPool::newLine() const
 {
-    const Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
-                       QDeadlineTimer(lingerMsec)};
+    Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
+                 QDeadlineTimer(lingerMsec)};
     share(cookieJar(), *line.manager);
     return line;
 }
@@ -67,26 +72,21 @@ void ManagerPool::replacePrimary()
     distrust(primary().data());
     const Line fresh = newLine();
     // It owns the jar, unless that is the application's.
-    if (cookieJar()->parent())
+    if (cookieJar()->parent() == primary().data())
         cookieJar()->setParent(fresh.manager.data());
     m_lines.append(std::exchange(m_lines.first(), fresh));
 }
 
-void ManagerPool::dropUnused(const QSet<QNetworkAccessManager *> &used)
+void ManagerPool::dropUnused()
 {
     for (Line &line : m_lines) {
-        if (used.contains(line.manager.data()))
+        if (hasReplies(*line.manager))
             line.idleEnd.setRemainingTime(lingerMsec);
     }
-    const auto isKept = [&used](const Line &line) {
-        return used.contains(line.manager.data())
-            || !(line.isDistrusted || line.idleEnd.hasExpired());
+    const auto isUnused = [](const Line &line) {
+        return !hasReplies(*line.manager) && (line.isDistrusted || line.idleEnd.hasExpired());
     };
-    const auto firstDropped = std::partition(m_lines.begin() + 1, m_lines.end(), isKept);
-    // Not at once: it may be one of their replies that is being handled.
-    std::for_each(firstDropped, m_lines.end(),
-                  [](const Line &line) { releaseOnceUnwound(line.manager); });
-    m_lines.erase(firstDropped, m_lines.end());
+    m_lines.erase(std::remove_if(m_lines.begin() + 1, m_lines.end(), isUnused), m_lines.end());
 }
 
 QDeadlineTimer ManagerPool::nextDrop() const

@@ -4,7 +4,6 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QList>
 #include <QtCore/QObject>
-#include <QtCore/QSet>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QVector>
 #include <QtNetwork/QNetworkAccessManager>
@@ -38,8 +37,9 @@ public:
     void replacePrimary();
 
     /// Lets go of those that have been idle for a while, and of those that are not trusted; but not
-    /// of the primary one, and of none that is \a used by a reply in flight.
-    void dropUnused(const QSet<QNetworkAccessManager *> &used);
+    /// of the primary one, and of none that has a reply. One that has ended may be on the call
+    /// stack, as long as it is there.
+    void dropUnused();
     /// When there may be something to let go of.
     QDeadlineTimer nextDrop() const;
 

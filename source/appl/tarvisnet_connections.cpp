@@ -60,9 +60,6 @@ void TarvisNetPrivate::replacePrimaryManager()
 
 void TarvisNetPrivate::dropUnusedManagers()
 {
-    QSet<QNetworkAccessManager *> used;
-    for (auto transfer = transfers.keyBegin(); transfer != transfers.keyEnd(); ++transfer)
-        used.insert((*transfer)->manager());
-    managers->dropUnused(used);
+    managers->dropUnused();
     wakeAt(managers->nextDrop());
 }

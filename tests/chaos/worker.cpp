@@ -1,5 +1,6 @@
 #include "worker.h"
 
+#include "policies.h"
 #include "watchdog.h"
 
 #include <tarvisnet/tarvisnet.h>
@@ -16,7 +17,7 @@ namespace {
 
 TransferPolicy policy(int idleTimeout)
 {
-    TransferPolicy policy = TransferPolicy::strict();
+    TransferPolicy policy = policies::strict();
     policy.setCaCertificates(QSslCertificate::fromPath(TARVISNET_TEST_CERTIFICATES "/server.crt"));
     policy.setIdleTimeout(idleTimeout);
     policy.setRetryDelay(1);

@@ -4,6 +4,7 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "policies.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QJsonObject>
@@ -32,7 +33,7 @@ struct StrictBench : ClientBench {
     }
     static TransferPolicy impatient()
     {
-        TransferPolicy policy = TransferPolicy::strict();
+        TransferPolicy policy = policies::strict();
         policy.setCaCertificates({certificate("server"), certificate("wrongname")});
         policy.setRetryDelay(1);
         policy.setIdleTimeout(5000);

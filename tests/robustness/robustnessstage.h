@@ -5,6 +5,7 @@
 #include "distrustedserver.h"
 #include "fakereply.h"
 #include "files.h"
+#include "policies.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QList>
@@ -26,7 +27,7 @@ struct Road {
     {
         if (!isStrict)
             return TransferPolicy();
-        TransferPolicy policy = TransferPolicy::strict();
+        TransferPolicy policy = policies::strict();
         policy.setCaCertificates(
             QSslCertificate::fromPath(QStringLiteral(TARVISNET_TEST_CERTIFICATES "/server.crt")));
         policy.setRetryDelay(1);
