@@ -33,6 +33,7 @@ public:
     QJsonDocument documentOf(const Failure &failure) const override;
 
 private:
+    int leastRetries() const;
     static bool mayRepeat(const Transfer &transfer, int maximum);
     /// Milliseconds before the next retry where the server asks for none.
     int growingWait(const Transfer &transfer) const;

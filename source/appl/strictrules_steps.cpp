@@ -77,6 +77,22 @@ bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
         && transfer.answer.size() + reply.bytesAvailable() < length;
 }
 
+/// Of an answer by HTTP/2 whose end Qt tells, but nothing before it.
+bool isWithoutHead(const QNetworkReply &reply)
+{
+    return replyinfo::httpStatus(&reply) == 0
+        && reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
+}
+
+/// Whether the server has done nothing with it, because it takes no more requests on this
+/// connection (GOAWAY). Qt does not send it over another one.
+bool isTurnedAway(const QNetworkReply &reply)
+{
+    return isWithoutHead(reply)
+        && (reply.error() == QNetworkReply::ContentReSendError
+            || reply.error() == QNetworkReply::ProtocolUnknownError);
+}
+
 /// Why no request may go from \a source to \a target; null if it may.
 const char *faultOfTarget(const QUrl &source, const QUrl &target)
 {
@@ -114,12 +130,14 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
         return plain(NextStep::Kind::DropConnections);
     if (reply.error() == QNetworkReply::OperationCanceledError)
         return {};
+    if (isTurnedAway(reply) && transfer.retries < leastRetries())
+        return retry(0);
     if (const std::optional<int> waitMsec = waitBeforeRetry(transfer, reply))
         return retry(*waitMsec);
     if (reply.error() != QNetworkReply::NoError)
         return m_policy.failuresIsolated() ? failure(errorRule(reply.error()).clientCode)
                                            : NextStep();
-    if (isCutShort(transfer, reply))
+    if (transfer.isBroken || isWithoutHead(reply) || isCutShort(transfer, reply))
         return stepAfterBreak(transfer);
     if (m_policy.redirectsChecked() && isRedirect(status))
         return redirectStep(transfer, reply);
@@ -143,11 +161,16 @@ NextStep StrictRules::stepAfterBreak(const Transfer &transfer) const
 
 NextStep StrictRules::stepAfterDrop(const Transfer &transfer) const
 {
-    // Once without being asked to: the fault is Qt's.
-    if (!mayRepeat(transfer, std::max(1, m_policy.maximumRetries())))
+    if (!mayRepeat(transfer, leastRetries()))
         return failure(errorcodes::network_error,
                        "The server sent an interim answer, and what follows it is lost.");
     return retry(0);
+}
+
+/// Once without being asked to, where the fault is Qt's.
+int StrictRules::leastRetries() const
+{
+    return std::max(1, m_policy.maximumRetries());
 }
 
 bool StrictRules::mayRepeat(const Transfer &transfer, int maximum)

@@ -21,6 +21,9 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
         clientLog.warning(Q_FUNC_INFO) << "Unable ot get sender request!";
     }
 
+    // Of a stream of HTTP/2 that the server resets without a reason.
+    if (code == QNetworkReply::NoError)
+        d->noteBreak(reply);
     // What is not as ever is dealt with once the reply has finished.
     if (d->nextStep(reply).kind != NextStep::Kind::AsEver)
         return;
@@ -35,6 +38,12 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
     }
     if (rule.abortsFirstRunning && !call.ownerGone())
         abortDownload(QString());
+}
+
+void TarvisNetPrivate::noteBreak(QNetworkReply *reply)
+{
+    if (const auto transfer = transfers.find(reply); transfer != transfers.end())
+        transfer->isBroken = true;
 }
 
 void TarvisNet::replySslErrors(QList<QSslError> listErr)

@@ -244,6 +244,8 @@ struct TarvisNetPrivate {
 
     /// Keeps what is wrong with the peer, for when the request has failed.
     void keepTlsFault(QNetworkReply *reply, const QSslError &error);
+    /// Keeps that an answer broke off, which Qt may not tell once more.
+    void noteBreak(QNetworkReply *reply);
     /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.
     void report(const Failure &failure) const;
     void report(const Failure &failure, const QJsonDocument &document) const;
