@@ -181,6 +181,8 @@ struct TarvisNetPrivate {
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
     void replacePrimaryManager();
     void distrustConnectionOf(QNetworkReply *reply);
+    /// No request to come is sent by HTTP/2 over the connection of \a reply, which has failed.
+    void leaveHttp2ConnectionOf(QNetworkReply *reply);
     void dropUnusedManagers();
     /// Ends a transfer whose answer's body is too long, or cannot be decoded.
     void judgeBody(QNetworkReply *reply);

@@ -103,6 +103,7 @@ void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
 void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
 {
     const ActiveCall call(q, managers);
+    leaveHttp2ConnectionOf(reply);
     Transfer next = withdrawAll(reply);
     next.request = next.record.request;
     next.isAnswered = false;
@@ -128,6 +129,7 @@ void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason
     const Failure failure = failureOf(transfers.value(reply), reply, code, reason);
     // Told before the reply is aborted, which makes another error of it.
     const QJsonDocument document = rules->documentOf(failure);
+    leaveHttp2ConnectionOf(reply);
     withdrawAll(reply);
     report(failure, document);
     if (!call.ownerGone())
