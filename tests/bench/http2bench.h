@@ -13,8 +13,6 @@ struct Http2Bench : ClientBench {
                         ScriptedServer::Mode mode = ScriptedServer::Mode::Https)
         : ClientBench(mode, policy)
     {
-        client->setParallelRequestsCount(5);
-        forget();
     }
 
     /// The fast policy for the servers' certificate, its wait before a retry next to nothing.

@@ -70,8 +70,6 @@ void reset(Http2Response &response)
     response.reset(Http2Response::Code(code));
 }
 
-void silence(Http2Response & /*response*/) {}
-
 using Part = void (*)(Http2Response &);
 
 /// What comes of an answer before it breaks off.
@@ -127,7 +125,7 @@ const Break breaks[] = {
          r.cut();
      }},
     {"go away after it, silence", [](Http2Response &r) { r.goAwayAfter(); }, -223},
-    {"silence", silence, -223},
+    {"silence", nothing, -223},
     {"cut", [](Http2Response &r) { r.cut(); }},
     {"torn down", [](Http2Response &r) { r.tearDown(); }},
 };
