@@ -22,6 +22,14 @@ constexpr QNetworkReply::NetworkError connectionErrors[] = {
     QNetworkReply::UnknownNetworkError,
 };
 
+/// What ends a stream of HTTP/2. Qt has the same ones for a status that is final.
+constexpr QNetworkReply::NetworkError streamErrors[] = {
+    QNetworkReply::ContentReSendError,
+    QNetworkReply::ProtocolFailure,
+    QNetworkReply::InternalServerError,
+    QNetworkReply::UnknownServerError,
+};
+
 constexpr int longestWaitMsec = 30 * 1000;
 
 template <typename Value, std::size_t size>
@@ -36,7 +44,8 @@ namespace retryschedule {
 
 bool mayPass(QNetworkReply::NetworkError error, int status)
 {
-    return contains(passingStatuses, status) || contains(connectionErrors, error);
+    return contains(passingStatuses, status) || contains(connectionErrors, error)
+        || (status < 400 && contains(streamErrors, error));
 }
 
 int waitMsec(int firstMsec, int retries, double chance)

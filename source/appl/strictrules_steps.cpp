@@ -66,15 +66,6 @@ NextStep plain(NextStep::Kind kind)
     return step;
 }
 
-/// By HTTP/2 a server that goes away tells which requests it has not looked at, and Qt has not even
-/// sent those that come later. A server does so after every thousand requests, for example.
-bool isTurnedAway(const QNetworkReply &reply)
-{
-    return reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool()
-        && (reply.error() == QNetworkReply::ContentReSendError
-            || reply.error() == QNetworkReply::ProtocolUnknownError);
-}
-
 /// Qt now and then takes what came before a connection broke for the whole body. A coded one has
 /// another length, and a 304 has that of a body which it does not have.
 bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
@@ -84,6 +75,22 @@ bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
     return isNumber && !replyinfo::isFileKind(transfer.record.replyType)
         && !reply.hasRawHeader("Content-Encoding") && replyinfo::httpStatus(&reply) != 304
         && transfer.answer.size() + reply.bytesAvailable() < length;
+}
+
+/// Of an answer by HTTP/2 whose end Qt tells, but nothing before it.
+bool isWithoutHead(const QNetworkReply &reply)
+{
+    return replyinfo::httpStatus(&reply) == 0
+        && reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
+}
+
+/// Whether the server has done nothing with it, because it takes no more requests on this
+/// connection (GOAWAY), as nginx does after a thousand. Qt does not send it over another one.
+bool isTurnedAway(const QNetworkReply &reply)
+{
+    return isWithoutHead(reply)
+        && (reply.error() == QNetworkReply::ContentReSendError
+            || reply.error() == QNetworkReply::ProtocolUnknownError);
 }
 
 /// Why no request may go from \a source to \a target; null if it may.
@@ -131,7 +138,7 @@ NextStep StrictRules::nextStep(const Transfer &transfer, const QNetworkReply &re
     if (reply.error() != QNetworkReply::NoError)
         return m_policy.failuresIsolated() ? failure(errorRule(reply.error()).clientCode)
                                            : NextStep();
-    if (isCutShort(transfer, reply))
+    if (transfer.isBroken || isWithoutHead(reply) || isCutShort(transfer, reply))
         return stepAfterBreak(transfer);
     if (m_policy.redirectsChecked() && isRedirect(status))
         return redirectStep(transfer, reply);

@@ -50,6 +50,14 @@ void TarvisNetPrivate::distrustConnectionOf(QNetworkReply *reply)
         managers->distrust(reply->manager());
 }
 
+/// Qt goes on using it, and forgets what it is given for one that is about to end. Where there is
+/// an error of HTTP the connection is all right.
+void TarvisNetPrivate::leaveHttp2ConnectionOf(QNetworkReply *reply)
+{
+    if (rules->allowsHttp2(transfers.value(reply)) && replyinfo::httpStatus(reply) < 400)
+        managers->distrust(reply->manager());
+}
+
 void TarvisNetPrivate::replacePrimaryManager()
 {
     managers->replacePrimary();

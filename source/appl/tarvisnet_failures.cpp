@@ -21,6 +21,10 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
         clientLog.warning(Q_FUNC_INFO) << "Unable ot get sender request!";
     }
 
+    // A stream of HTTP/2 that the server resets without a reason; Qt does not tell it once more.
+    const auto transfer = d->transfers.find(reply);
+    if (code == QNetworkReply::NoError && transfer != d->transfers.end())
+        transfer->isBroken = true;
     // What is not as ever is dealt with once the reply has finished.
     if (d->nextStep(reply).kind != NextStep::Kind::AsEver)
         return;

@@ -173,7 +173,6 @@ struct TarvisNetPrivate {
     void fail(const Transfer &transfer, short code, const char *reason = nullptr);
     Failure failureOf(const Transfer &transfer, const QNetworkReply *reply, short code,
                       const char *reason) const;
-    /// A place has become free.
     void placeFreed();
     void expire(QNetworkReply *reply);
     /// Has all requests to come use new connections, and settles those that may get answers which
@@ -182,6 +181,8 @@ struct TarvisNetPrivate {
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
     void replacePrimaryManager();
     void distrustConnectionOf(QNetworkReply *reply);
+    /// No request to come is sent by HTTP/2 over the connection of \a reply, which has failed.
+    void leaveHttp2ConnectionOf(QNetworkReply *reply);
     void dropUnusedManagers();
     /// Ends a transfer whose answer's body is too long, or cannot be decoded.
     void judgeBody(QNetworkReply *reply);

@@ -114,6 +114,7 @@ void TarvisNetPrivate::reconnect(QNetworkReply *reply)
 void TarvisNetPrivate::retry(QNetworkReply *reply, int waitMsec)
 {
     const ActiveCall call(q, managers);
+    leaveHttp2ConnectionOf(reply);
     Transfer next = withdrawAll(reply);
     next.request = next.record.request;
     next.isAnswered = false;
@@ -139,6 +140,7 @@ void TarvisNetPrivate::fail(QNetworkReply *reply, short code, const char *reason
     const Failure failure = failureOf(transfers.value(reply), reply, code, reason);
     // Told before the reply is aborted, which makes another error of it.
     const QJsonDocument document = rules->documentOf(failure);
+    leaveHttp2ConnectionOf(reply);
     withdrawAll(reply);
     report(failure, document);
     if (!call.ownerGone())

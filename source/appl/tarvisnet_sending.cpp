@@ -67,6 +67,7 @@ QNetworkRequest TarvisNetPrivate::requestToSend(Transfer &transfer) const
         request.setAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     const char header[] = "Accept-Encoding";
     transfer.decoder.reset();
+    transfer.isBroken = false;
     transfer.maximumAnswer = rules->limits().bodySize;
     transfer.isCodingOurs = transfer.maximumAnswer > 0
         && !replyinfo::isFileKind(transfer.record.replyType) && request.rawHeader(header).isEmpty();

@@ -48,6 +48,8 @@ struct Transfer {
     DownloadFile file;
     /// The file instead, where files are checked; null elsewhere.
     QSharedPointer<CheckedFile> checkedFile;
+    /// Whether its answer broke off without Qt making an error of it.
+    bool isBroken = false;
     /// What is wrong with the peer; empty when nothing is.
     QString tlsFault;
     /// When it has been idle for too long, and when it has taken too long altogether.

@@ -129,9 +129,10 @@ public:
     /// How many times a GET is tried again after a failed connection, a time-out without a byte, or
     /// a status 408, 425, 429, 500, 502, 503 or 504; 0 at first. A download goes on where it
     /// stopped. Only the last failure is reported. While a request waits it takes no place among
-    /// those that run. POST, PATCH and DELETE are never tried again by the client,
-    /// unless the server has said that it has not looked at them (HTTP/2); but Qt itself repeats
-    /// any request whose connection is reset before an answer.
+    /// those that run. POST, PATCH and DELETE are tried again by the client only when a server says
+    /// by HTTP/2 that it has left them aside because it ends the connection (GOAWAY); such a
+    /// request is sent again at least once. But Qt itself repeats any request by HTTP/1.1 whose
+    /// connection is reset before an answer.
     int maximumRetries() const;
     void setMaximumRetries(int count); ///< See maximumRetries().
 
