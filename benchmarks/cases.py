@@ -9,8 +9,12 @@ from functools import lru_cache
 from pathlib import Path
 
 MIB = 1024 * 1024
-ALL = ("library", "manager", "libcurl", "curl", "wget", "aria2")
 QT_AND_LIBCURL = ("library", "manager", "libcurl")
+TOOLS = ("curl", "wget", "aria2")
+ALL = QT_AND_LIBCURL + TOOLS
+# The client that makes use of all that the server offers, and who else speaks HTTP/2.
+FAST = ("fast",)
+HTTP2 = ("manager-h2", "libcurl-h2")
 # The client with a policy, without and with a hash to check, and what that hash takes by itself.
 STRICT = ("strict", "strict-hash", "sha256")
 
@@ -49,7 +53,7 @@ class Work:
 class Case:
     name: str
     title: str
-    kind: str  # files, requests, memory, queue or construction
+    kind: str  # files, many (of them, small), requests, memory, queue or construction
     participants: tuple = ALL
     port: str = ""  # name of the server's port
     content: str = ""
@@ -59,7 +63,11 @@ class Case:
 
     @property
     def program(self):
-        return "bench_" + {"files": "download"}.get(self.kind, self.kind)
+        return "bench_" + ("download" if self.is_download else self.kind)
+
+    @property
+    def is_download(self):
+        return self.kind in ("files", "many")
 
 
 def content_sizes(full):
@@ -80,17 +88,24 @@ def all_cases(full):
     for scheme in ("http", "https"):
         upper = scheme.upper()
         cases += [
-            Case(f"large-{scheme}", f"Large file, {upper}", "files", ALL + STRICT, scheme,
-                 "large.bin"),
+            Case(f"large-{scheme}", f"Large file, {upper}", "files", ALL + STRICT + FAST,
+                 scheme, "large.bin"),
             Case(f"resume-{scheme}", f"Its second half, {upper}", "files", ALL, scheme,
                  "large.bin", resumed=True),
-            Case(f"five-{scheme}", f"Five at once, {upper}", "files", ALL, scheme, "quarter.bin", 5),
+            Case(f"five-{scheme}", f"Five at once, {upper}", "files", ALL + FAST, scheme,
+                 "quarter.bin", 5),
         ]
     for version in ("1.3", "1.2"):
-        cases.append(Case(f"closing-tls{version}", f"1 MiB files, TLS {version}", "files", ALL,
+        cases.append(Case(f"closing-tls{version}", f"1 MiB files, TLS {version}", "files",
+                          ALL + ("strict", "libcurl-h2") + FAST,
                           "https" if version == "1.3" else "tls12", "one.bin",
                           500 if full else 100))
+    cases.append(Case("many", "3,000 small files", "many", ("library", "strict") + FAST, "https",
+                      "small.json", 3000))
     cases.append(Case("get", "Small GETs", "requests", ALL, "http", "small.json",
+                      10000 if full else 2000, options={"method": "get"}))
+    cases.append(Case("get-https", "Small GETs, HTTPS", "requests",
+                      QT_AND_LIBCURL + ("curl",) + HTTP2 + FAST, "https", "small.json",
                       10000 if full else 2000, options={"method": "get"}))
     for size in memory_sizes(full):
         cases.append(Case(f"memory-{size}", f"{size} MiB in memory", "memory", QT_AND_LIBCURL,
@@ -103,6 +118,9 @@ def all_cases(full):
     # Fewer, and last: each of them waits for 44 ms.
     cases.append(Case("post", "Small POSTs", "requests", ALL[:-2], "http", "post",
                       10000 if full else 500, options={"method": "post"}))
+    cases.append(Case("post-https", "Small POSTs, HTTPS", "requests",
+                      QT_AND_LIBCURL + ("curl",) + HTTP2 + FAST, "https", "post",
+                      2000 if full else 500, options={"method": "post"}))
     return cases
 
 
@@ -129,7 +147,7 @@ class Bench:
             work.options["count"] = case.count
         if case.kind == "queue":
             work.options = {"count": case.count}
-        if case.kind == "files":
+        if case.is_download:
             work.options["size"] = (self.content / case.content).stat().st_size
             work.options["directory"] = self.directory
             work.source = self.content / case.content
@@ -157,6 +175,8 @@ class Bench:
         source = self.content / case.content
         return len(files) == work.count and all(
             filecmp.cmp(path, source, shallow=False) for path in files)
+
+    _verify_many = _verify_files
 
     def _verify_requests(self, case, participant, work, output):
         answer = (self.content / "small.json").read_bytes()

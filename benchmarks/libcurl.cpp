@@ -1,8 +1,9 @@
-// The same work by libcurl's multi interface:
-//   bench_libcurl files URL COUNT DIRECTORY    into DIRECTORY/out, continuing what lies there
-//   bench_libcurl get URL COUNT                small requests, their answers checked
-//   bench_libcurl post URL COUNT               the same with a body
-//   bench_libcurl memory URL 1                 one body in memory
+// The same work by libcurl's multi interface, by HTTP/1.1 or, all over one connection, by HTTP/2:
+//   bench_libcurl PROTOCOL files URL COUNT DIRECTORY    into DIRECTORY/out, continuing what is
+//   there bench_libcurl PROTOCOL get URL COUNT                small requests, their answers checked
+//   bench_libcurl PROTOCOL post URL COUNT               the same with a body
+//   bench_libcurl PROTOCOL memory URL 1                 one body in memory
+// PROTOCOL is http1.1 or http2. By HTTP/1.1 each file has a connection of its own.
 
 #include <curl/curl.h>
 
@@ -20,6 +21,7 @@ namespace {
 constexpr int parallelTransfers = 5;
 
 struct Job {
+    bool isHttp2;
     std::string mode;
     std::string url;
     int count;
@@ -47,7 +49,9 @@ public:
         : m_job(job)
         , m_multi(curl_multi_init())
     {
-        if (job.is("files"))
+        curl_multi_setopt(m_multi, CURLMOPT_PIPELINING,
+                          job.isHttp2 ? CURLPIPE_MULTIPLEX : CURLPIPE_NOTHING);
+        if (job.is("files") && !job.isHttp2)
             m_headers = curl_slist_append(m_headers, "Connection: close");
     }
 
@@ -86,6 +90,10 @@ private:
         auto transfer = std::make_unique<Transfer>();
         CURL *easy = transfer->easy = curl_easy_init();
         curl_easy_setopt(easy, CURLOPT_URL, (m_job.url + '?' + number).c_str());
+        curl_easy_setopt(easy, CURLOPT_HTTP_VERSION,
+                         m_job.isHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+        // Rather than opening another connection, wait for one that is being opened.
+        curl_easy_setopt(easy, CURLOPT_PIPEWAIT, m_job.isHttp2 ? 1L : 0L);
         curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
         curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
@@ -148,9 +156,10 @@ private:
 
 int main(int argc, char *argv[])
 {
-    if (argc < 4)
+    if (argc < 5)
         return 2;
-    const Job job{argv[1], argv[2], std::atoi(argv[3]), argc > 4 ? argv[4] : ""};
+    const Job job{std::strcmp(argv[1], "http2") == 0, argv[2], argv[3], std::atoi(argv[4]),
+                  argc > 5 ? argv[5] : ""};
     curl_global_init(CURL_GLOBAL_DEFAULT);
     const auto start = std::chrono::steady_clock::now();
     int good = 0;

@@ -28,13 +28,16 @@ def _engine(engine):
     return command
 
 
-def _strict(work, **more):
-    return _engine("strict")(replace(work, options={
-        **work.options, "authority": work.directory / "server.crt", **more}))
+def _verifying(engine):
+    def command(work, **more):
+        return _engine(engine)(replace(work, options={
+            **work.options, "authority": work.directory / "server.crt", **more}))
+
+    return command
 
 
 def _strict_hash(work):
-    return _strict(work, hash=work.digest())
+    return _verifying("strict")(work, hash=work.digest())
 
 
 def _sha256(work):
@@ -42,13 +45,17 @@ def _sha256(work):
         "url": work.source, "count": 1, "size": 0, "directory": work.directory}))
 
 
-def _libcurl(work):
-    mode = {"files": "files", "requests": work.options.get("method"), "memory": "memory"}[work.kind]
-    return [work.tool("bench_libcurl"), mode, work.url, str(work.count), str(work.directory)]
+def _libcurl(protocol):
+    def command(work):
+        mode = work.options["method"] if work.kind == "requests" else work.kind
+        return [work.tool("bench_libcurl"), protocol, mode, work.url, str(work.count),
+                str(work.directory)]
+
+    return command
 
 
 def _curl(work):
-    command = ["curl", "--silent", "--no-progress-meter", "--insecure"]
+    command = ["curl", "--silent", "--no-progress-meter", "--insecure", "--http1.1"]
     if work.count > 1:
         command += ["--parallel", "--parallel-max", str(PARALLEL)]
     if work.kind == "requests":
@@ -88,11 +95,14 @@ def _aria2(work):
 
 COMMANDS = {
     "library": _engine("library"),
-    "strict": _strict,
+    "strict": _verifying("strict"),
     "strict-hash": _strict_hash,
     "sha256": _sha256,
+    "fast": _verifying("fast"),
     "manager": _engine("manager"),
-    "libcurl": _libcurl,
+    "manager-h2": _engine("manager-h2"),
+    "libcurl": _libcurl("http1.1"),
+    "libcurl-h2": _libcurl("http2"),
     "curl": _curl,
     "wget": _wget,
     "aria2": _aria2,

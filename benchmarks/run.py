@@ -9,10 +9,13 @@ import sys
 from pathlib import Path
 from statistics import median
 
-from cases import ALL, STRICT, Bench, all_cases, content_sizes
+from cases import ALL, FAST, TOOLS, Bench, all_cases, content_sizes
 from participants import COMMANDS
 
+DRAWN = FAST + ALL
 QUEUE_STEPS = ("add", "refuse", "abort", "abortList")
+# Whose figures are given as multiples of these ones'.
+REFERENCES = ("curl", "libcurl-h2", "manager", "library")
 # What must not grow faster than its size: a case, a larger one, and the figures to compare.
 GROWTHS = (("queue-10000", "queue-100000", QUEUE_STEPS), ("memory-32", "memory-128", ("seconds",)))
 
@@ -51,9 +54,10 @@ def timing(bench, case, participant, output, wall):
         steps = json.loads(output)
         return {"seconds": sum(steps[step] for step in QUEUE_STEPS),
                 **{step: steps[step] for step in QUEUE_STEPS}}
-    if participant in ("library", "manager", "libcurl", *STRICT):
+    if participant not in TOOLS:
         times = json.loads(output)
-        return {name: times[name] for name in ("seconds", "secondsWithCopy") if name in times}
+        return {name: times[name] for name in ("seconds", "secondsWithCopy", "resident")
+                if name in times}
     if participant == "curl" and case.kind == "files":
         seconds = float(output) if case.count == 1 else wall
         return {"seconds": seconds, "secondsWithCopy": seconds + copy(bench)}
@@ -97,12 +101,14 @@ def summarize(bench, case, runs):
         cpu = median(run["cpu"] for run in each)
         row = {"seconds": seconds, "rate": bench.amount(case) / seconds,
                "cpu": cpu / bench.amount(case), "memory": median(run["memory"] for run in each)}
-        for reference in ("curl", "manager", "library"):
+        for reference in REFERENCES:
             if reference in good:
                 row[f"of-{reference}"] = ratio(each, good[reference], "seconds")
                 row[f"cpu-of-{reference}"] = 1 / ratio(each, good[reference], "cpu")
         if name != "curl" and "secondsWithCopy" in each[0] and "curl" in good:
             row["with-copy-of-curl"] = ratio(each, good["curl"], "secondsWithCopy")
+        if case.kind == "many":
+            row["resident"] = [median(step) for step in zip(*(run["resident"] for run in each))]
         if case.kind == "queue":
             row.update({step: median(run[step] for run in each) for step in QUEUE_STEPS})
         rows[name] = row
@@ -125,8 +131,10 @@ def describe(kind, row):
     else:
         text = f"{row['rate']:8.0f} /s    {row['cpu'] * 1e6:6.0f} CPU us each"
     text += f"  {row['memory'] / 1e6:6.0f} MB"
-    for key, title in (("of-curl", "of curl"), ("of-manager", "of manager"),
-                       ("of-library", "of library"),
+    if "resident" in row:
+        text += "  after each thousand " + ", ".join(f"{step / 1e6:.0f}" for step in row["resident"])
+    for key, title in (("of-curl", "of curl"), ("of-libcurl-h2", "of libcurl-h2"),
+                       ("of-manager", "of manager"), ("of-library", "of library"),
                        ("with-copy-of-curl", "of curl && cp"),
                        ("cpu-of-manager", "of the manager's CPU")):
         if key in row:
@@ -145,12 +153,12 @@ def growths(cases):
 def write_plot_data(results, path):
     """A line for each case that curl takes part in, its ratios in the order of the participants."""
     with path.open("w") as data:
-        data.write("case " + " ".join(ALL) + "\n")
+        data.write("case " + " ".join(DRAWN) + "\n")
         for summary in results["cases"].values():
             rows = summary["rows"]
             if "of-curl" not in rows.get("library", {}):
                 continue
-            ratios = (str(rows.get(name, {}).get("of-curl", "NaN")) for name in ALL)
+            ratios = (str(rows.get(name, {}).get("of-curl", "NaN")) for name in DRAWN)
             data.write(f'"{summary["title"]}" ' + " ".join(ratios) + "\n")
 
 

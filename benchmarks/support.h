@@ -1,11 +1,15 @@
 #ifndef TARVISNET_BENCHMARKS_SUPPORT_H
 #define TARVISNET_BENCHMARKS_SUPPORT_H
 
+#include <tarvisnet/transferpolicy.h>
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonObject>
 #include <QtNetwork/QNetworkRequest>
 #include <QtNetwork/QSslConfiguration>
+
+#include <optional>
 
 /// What the measuring programs share.
 namespace bench {
@@ -25,6 +29,10 @@ private:
     QCommandLineParser m_parser;
 };
 
+/// The policy of the client that \a engine names, which accepts certificates of the \a authority in
+/// that file. Nothing if the engine is no client.
+std::optional<TransferPolicy> policy(const QString &engine, const QString &authority);
+
 /// The library logs a lot; writing it to a terminal is not what is to be measured.
 void dropMessages();
 
@@ -36,6 +44,9 @@ QNetworkRequest request(const QUrl &url, const QByteArray &contentType);
 
 /// \a url with a query that makes it differ from the other ones.
 QUrl numbered(const QString &url, int number);
+
+/// What this process now has of the machine's memory.
+qint64 residentBytes();
 
 /// Seconds since \a clock was started.
 double seconds(const QElapsedTimer &clock);

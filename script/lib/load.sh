@@ -23,7 +23,7 @@ nginx_configuration() {
     access_log access.log load;
     ssl_session_cache shared:sessions:10m;
     server {
-        listen 127.0.0.1:$1 ssl backlog=4096;
+        listen 127.0.0.1:$1 ssl http2 backlog=4096;
         ssl_certificate server.crt;
         ssl_certificate_key server.key;
         root content;

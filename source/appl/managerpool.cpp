@@ -15,6 +15,11 @@ namespace {
 /// connections are worth a handshake each.
 constexpr int lingerMsec = 5000;
 
+/// How many requests a connection of HTTP/2 serves at the most. Servers, nginx for one, go away
+/// after a thousand, and what Qt is given to send between that and the end of the connection never
+/// gets an answer.
+constexpr int http2RequestsMost = 900;
+
 /// A manager makes itself the parent of its jar, but one jar can have only one owner.
 void share(QNetworkCookieJar *jar, QNetworkAccessManager &manager)
 {
@@ -57,6 +62,14 @@ QNetworkAccessManager *ManagerPool::forDownload(const QList<QNetworkAccessManage
         return idlest->manager.data();
     m_lines.append(newLine());
     return m_lines.constLast().manager.data();
+}
+
+void ManagerPool::countHttp2(const QNetworkAccessManager *manager)
+{
+    for (Line &line : m_lines) {
+        if (line.manager == manager && ++line.http2Requests == http2RequestsMost)
+            line.isDistrusted = true;
+    }
 }
 
 void ManagerPool::distrust(const QNetworkAccessManager *manager)

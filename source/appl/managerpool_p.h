@@ -30,6 +30,10 @@ public:
     /// one, or a new one where all are busy and there may be more.
     QNetworkAccessManager *forDownload(const QList<QNetworkAccessManager *> &running);
 
+    /// One more request goes to a server by HTTP/2. The connections of a \a manager that has sent
+    /// many are not used any further.
+    void countHttp2(const QNetworkAccessManager *manager);
+
     /// No request to come may use the connections of \a manager.
     void distrust(const QNetworkAccessManager *manager);
     bool isPrimaryDistrusted() const { return m_lines.first().isDistrusted; }
@@ -52,6 +56,7 @@ private:
         QSharedPointer<QNetworkAccessManager> manager;
         QDeadlineTimer idleEnd;
         bool isDistrusted = false;
+        int http2Requests = 0;
     };
 
     Line newLine() const;

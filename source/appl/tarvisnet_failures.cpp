@@ -22,9 +22,9 @@ void TarvisNet::replyError(QNetworkReply::NetworkError code)
     }
 
     // A stream of HTTP/2 that the server resets without a reason; Qt does not tell it once more.
-    const auto transfer = d->transfers.find(reply);
-    if (code == QNetworkReply::NoError && transfer != d->transfers.end())
-        transfer->isBroken = true;
+    const auto found = d->transfers.find(reply);
+    if (code == QNetworkReply::NoError && found != d->transfers.end())
+        found->isBroken = true;
     // What is not as ever is dealt with once the reply has finished.
     if (d->nextStep(reply).kind != NextStep::Kind::AsEver)
         return;

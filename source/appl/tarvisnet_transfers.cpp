@@ -150,6 +150,8 @@ void TarvisNetPrivate::attempt(Transfer transfer)
     if (rules->isolatesFailures())
         transfer.server = replyinfo::serverOf(transfer.request.url());
     QNetworkReply *reply = send(transfer);
+    if (rules->allowsHttp2(transfer))
+        managers->countHttp2(reply->manager());
     if (!file(reply, transfer))
         return;
     if (replyinfo::isFileKind(transfer.record.replyType))

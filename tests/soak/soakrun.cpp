@@ -3,9 +3,13 @@
 #include "clientbench.h"
 #include "processfigures.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QTextStream>
 #include <QtNetwork/QNetworkAccessManager>
+
+#include <algorithm>
+#include <numeric>
 
 namespace {
 
@@ -18,6 +22,7 @@ constexpr int probePeriod = 20;
 
 SoakRun::SoakRun(const SoakPlan &plan)
     : m_plan(plan)
+    , m_client(plan.policy)
     , m_probe(QSharedPointer<QNetworkAccessManager>::create())
     , m_samplesFile(plan.samplesFile)
 {
@@ -52,13 +57,13 @@ void SoakRun::start()
     startRound();
 }
 
-// A round is its share of the small requests, and then one download.
+// A round is its share of the small requests, and then the downloads that run at once.
 void SoakRun::startRound()
 {
     if (m_downloadsDone == m_plan.downloads)
         return finish();
-    const qint64 rounds = m_downloadsDone + 1;
-    m_roundEnd = int(m_plan.requests * rounds / m_plan.downloads);
+    const qint64 asked = std::min(m_downloadsDone + m_plan.downloadsAtOnce, m_plan.downloads);
+    m_roundEnd = int(m_plan.requests * asked / m_plan.downloads);
     for (int i = 0; i < backlog; ++i)
         askNext();
 }
@@ -87,18 +92,25 @@ void SoakRun::download()
 {
     QUrl url = m_plan.server;
     url.setPath(m_plan.downloadPath);
-    m_client.fetchBinary(url, m_plan.directory + QStringLiteral("/download.bin"),
-                         qulonglong(m_plan.downloadSize));
+    for (int i = 0; i < m_plan.downloadsAtOnce && m_downloadsAsked < m_plan.downloads; ++i) {
+        url.setQuery(QString::number(++m_downloadsAsked));
+        m_client.fetchBinary(url, downloadPath(url), qulonglong(m_plan.downloadSize));
+    }
 }
 
-void SoakRun::finishDownload()
+QString SoakRun::downloadPath(const QUrl &url) const
 {
-    QFile file(m_plan.directory + QStringLiteral("/download.bin"));
+    return QStringLiteral("%1/%2.bin").arg(m_plan.directory, url.query());
+}
+
+void SoakRun::finishDownload(const QString &url)
+{
+    QFile file(downloadPath(url));
     if (file.size() != m_plan.downloadSize)
         fail(QStringLiteral("a download has %1 bytes").arg(file.size()));
     file.remove();
-    ++m_downloadsDone;
-    startRound();
+    if (++m_downloadsDone == m_downloadsAsked)
+        startRound();
 }
 
 // Whatever fails ends the soak: a request is missing, so the round would never end.
@@ -108,13 +120,20 @@ void SoakRun::fail(const QString &text)
     finish();
 }
 
+/// Of downloads that have not finished.
+qint64 SoakRun::bytesOnDisk() const
+{
+    const QFileInfoList files = QDir(m_plan.directory).entryInfoList(QDir::Files | QDir::Hidden);
+    return std::accumulate(files.cbegin(), files.cend(), qint64(0),
+                           [](qint64 total, const QFileInfo &file) { return total + file.size(); });
+}
+
 void SoakRun::sample()
 {
     SoakSample now;
     now.seconds = double(m_clock.elapsed()) / 1000;
     now.requests = m_requestsDone;
-    const QFileInfo growing(m_plan.directory + QStringLiteral("/download.bin.vtxdownload"));
-    now.downloadedBytes = m_downloadsDone * m_plan.downloadSize + growing.size();
+    now.downloadedBytes = m_downloadsDone * m_plan.downloadSize + bytesOnDisk();
     now.residentBytes = processfigures::residentBytes();
     now.heapBytes = processfigures::heapBytes();
     now.openFiles = processfigures::openFiles();

@@ -3,6 +3,7 @@
 
 #include <tarvisnet/remoteping.h>
 #include <tarvisnet/tarvisnet.h>
+#include <tarvisnet/transferpolicy.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
@@ -13,12 +14,14 @@
 
 /// What a soak is to do.
 struct SoakPlan {
+    TransferPolicy policy;
     QUrl server;
     /// Small requests in all, and the paths that they ask for in turn.
     int requests = 0;
     QStringList paths;
-    /// Downloads of the file at this path, which has this size.
+    /// Downloads of the file at this path, which has this size; so many at once.
     int downloads = 0;
+    int downloadsAtOnce = 1;
     QString downloadPath;
     qint64 downloadSize = 0;
     /// Where downloads are put.
@@ -62,7 +65,9 @@ private:
     void askNext();
     void download();
     void finishRequest();
-    void finishDownload();
+    void finishDownload(const QString &url);
+    QString downloadPath(const QUrl &url) const;
+    qint64 bytesOnDisk() const;
     void fail(const QString &text);
     void sample();
     void finish();
@@ -78,6 +83,7 @@ private:
     int m_requestsAsked = 0;
     int m_requestsDone = 0;
     int m_roundEnd = 0;
+    int m_downloadsAsked = 0;
     int m_downloadsDone = 0;
     int m_pings = 0;
 };

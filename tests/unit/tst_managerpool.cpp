@@ -14,6 +14,9 @@ namespace {
 // Generous: what is idle stays for some seconds.
 constexpr int patience = 60000;
 
+// As many requests nginx serves on one connection.
+constexpr int servedByConnection = 1000;
+
 using Manager = QNetworkAccessManager *;
 
 /// Keeps track of what a pool makes.
@@ -103,6 +106,8 @@ private Q_SLOTS:
     void avoidsTheDistrusted();
     void countsTheReplaced();
     void replacesThePrimary();
+    void givesUpHttp2BeforeTheServerDoes();
+    void countsHttp2ForEachManager();
     void jarHasItsOwner_data();
     void jarHasItsOwner();
     void jarGoesWithItsPool_data() { jarHasItsOwner_data(); }
@@ -217,6 +222,35 @@ void tst_ManagerPool::replacesThePrimary()
     QVERIFY(!stage.pool->isPrimaryDistrusted());
     QCOMPARE(stage.pool->cookieJar(), jar);
     QCOMPARE(stage.download(), stage.primary());
+}
+
+void tst_ManagerPool::givesUpHttp2BeforeTheServerDoes()
+{
+    Stage stage(1);
+    const Manager first = stage.primary();
+    int count = 0;
+    while (!stage.pool->isPrimaryDistrusted() && count < servedByConnection) {
+        stage.pool->countHttp2(first);
+        ++count;
+    }
+    // Rarely, because each costs a handshake; and those that run may be sent before it is replaced.
+    QVERIFY(count > servedByConnection / 2);
+    QVERIFY(count < servedByConnection - 10);
+
+    stage.pool->replacePrimary();
+    stage.pool->countHttp2(first);
+    stage.pool->countHttp2(stage.primary());
+    QVERIFY(!stage.pool->isPrimaryDistrusted());
+}
+
+void tst_ManagerPool::countsHttp2ForEachManager()
+{
+    Stage stage(1);
+    const Manager replaced = stage.primary();
+    stage.pool->replacePrimary();
+    for (int i = 0; i < servedByConnection; ++i)
+        stage.pool->countHttp2(replaced);
+    QVERIFY(!stage.pool->isPrimaryDistrusted());
 }
 
 void tst_ManagerPool::jarHasItsOwner_data()
