@@ -651,8 +651,10 @@ void tst_FaultsHttp2::goesAwayWhileItAnswers()
 {
     QFETCH(const Spoil, goAway);
     QFETCH(const bool, isGet);
+    // What is slow must not be taken for silence.
+    const int idleMsec = 4 * shortIdleMsec;
     TransferPolicy policy = Http2Bench::fast();
-    policy.setIdleTimeout(shortIdleMsec);
+    policy.setIdleTimeout(idleMsec);
     FaultyHttp2 bench(policy);
     Http2Response slow;
     QTimer pace;
@@ -660,7 +662,7 @@ void tst_FaultsHttp2::goesAwayWhileItAnswers()
         slow = response;
         goAway(bench.http2);
         slow.sendHead(200);
-        pace.start(shortIdleMsec / 10);
+        pace.start(idleMsec / 20);
     });
     connect(&pace, &QTimer::timeout, this, [&slow] { slow.write(" "); });
     bench.client->rawGet(bench.http2.url("/slow"));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -46,10 +47,10 @@ HttpHeaders withStatus(int status, const HttpHeaders &headers)
 } // namespace
 
 Http2Connection::Http2Connection(QSslSocket *socket, const Http2Settings &settings,
-                                 const RequestSink &sink)
+                                 RequestSink sink)
     : QObject(socket)
     , m_socket(socket)
-    , m_sink(sink)
+    , m_sink(std::move(sink))
 {
     connect(socket, &QSslSocket::readyRead, this, &Http2Connection::receive);
     start(settings);

@@ -32,7 +32,7 @@ public:
 
     /// Lives as long as \a socket, whose handshake is done. \a sink gets each request together with
     /// the handle of its answer.
-    Http2Connection(QSslSocket *socket, const Http2Settings &settings, const RequestSink &sink);
+    Http2Connection(QSslSocket *socket, const Http2Settings &settings, RequestSink sink);
 
     void putInterim(qint32 stream, int status, const HttpHeaders &headers);
     void putHead(qint32 stream, int status, const HttpHeaders &headers);
