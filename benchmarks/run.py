@@ -132,7 +132,8 @@ def describe(kind, row):
         text = f"{row['rate']:8.0f} /s    {row['cpu'] * 1e6:6.0f} CPU us each"
     text += f"  {row['memory'] / 1e6:6.0f} MB"
     if "resident" in row:
-        text += "  after each thousand " + ", ".join(f"{step / 1e6:.0f}" for step in row["resident"])
+        steps = ", ".join(f"{step / 1e6:.0f}" for step in row["resident"])
+        text += f"  after each thousand {steps}"
     for key, title in (("of-curl", "of curl"), ("of-libcurl-h2", "of libcurl-h2"),
                        ("of-manager", "of manager"), ("of-library", "of library"),
                        ("with-copy-of-curl", "of curl && cp"),
