@@ -18,9 +18,8 @@ NextStep TarvisNetPrivate::nextStep(QNetworkReply *reply) const
 
 bool TarvisNetPrivate::goesOn(QNetworkReply *reply)
 {
-    if (rules->guardsAnswers() && aborting.contains(reply)
-        && reply->error() == QNetworkReply::NoError) {
-        // It was answered before it was aborted, which is all that is told of it.
+    if (rules->guardsAnswers() && aborting.contains(reply)) {
+        // Whatever was answered before: that it was aborted is all that is told of it.
         forget(reply);
         return true;
     }

@@ -24,6 +24,8 @@ private Q_SLOTS:
     void stopsProbeFirst();
     void abortsThoughQueueIsLocked();
     void keepsReplyThatFinishesAgain();
+    void followsNoRedirect_data();
+    void followsNoRedirect();
 
     void abortsList();
     void abortsNothing();
@@ -240,6 +242,39 @@ void tst_TarvisNetAbort::keepsReplyThatFinishesAgain()
     QVERIFY(isThere);
     QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
     QVERIFY(reply.isNull());
+}
+
+void tst_TarvisNetAbort::followsNoRedirect_data()
+{
+    QTest::addColumn<TransferPolicy>("policy");
+    TransferPolicy explained;
+    explained.setErrorsExplained(true);
+    QTest::newRow("any policy") << explained;
+    QTest::newRow("strict") << TransferPolicy::strict();
+    QTest::newRow("fast") << TransferPolicy::fast();
+}
+
+// Whose head has arrived, while its body has not.
+void tst_TarvisNetAbort::followsNoRedirect()
+{
+    QFETCH(const TransferPolicy, policy);
+    ClientBench bench(ScriptedServer::Mode::Http, policy);
+    bench.server.onRequest(answers::json({}));
+    bench.server.on("/a", [&bench](const HttpRequest &, HttpResponse &response) {
+        response.sendHead(302, {{"Location", bench.server.url("/b").toEncoded()}}, 1000);
+        response.write("This has moved.");
+    });
+    bench.get({"/a"});
+    const QPointer<QNetworkReply> reply = bench.replies().constFirst();
+    QTRY_VERIFY(reply->attribute(QNetworkRequest::RedirectionTargetAttribute).isValid());
+    bench.client->abortDownload();
+    bench.get({"/c"});
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
+    QTRY_COMPARE(bench.replies().size(), 0);
+    QCOMPARE(bench.abortedUrls(), bench.urls({"/a"}));
+    QCOMPARE(bench.recorder.count("s_rawGet"), 1);
+    QCOMPARE(bench.errors(), QList<int>());
+    QCOMPARE(bench.server.requests("/b").size(), 0);
 }
 
 void tst_TarvisNetAbort::abortsList()
