@@ -71,17 +71,34 @@ void TarvisNet::replyEncrypted()
     const char *fault = d->rules->faultOfPeer(certificate);
     if (!fault)
         return;
-    const QString url = d->urlText(reply);
-    clientLog.warning(Q_FUNC_INFO) << fault << certificate.issuerDisplayName()
-                                   << certificate.subjectDisplayName() << "abort" << url;
+    clientLog.warning(Q_FUNC_INFO)
+        << fault << certificate.issuerDisplayName() << certificate.subjectDisplayName() << "abort"
+        << d->urlText(reply);
     const ActiveCall call(this, d->managers);
-    if (d->rules->isolatesFailures() && d->transfers.contains(reply)) {
-        d->fail(reply, errorcodes::ssl_handshake_failed, fault);
+    // By HTTP/2 others share the connection, and Qt tells only one of them that it is there.
+    QList<QPointer<QNetworkReply>> sharers;
+    if (d->rules->allowsHttp2(d->transfers.value(reply)))
+        sharers = d->suspectsOf(reply);
+    d->refusePeer(reply, fault);
+    for (const QPointer<QNetworkReply> &sharer : qAsConst(sharers)) {
+        if (call.ownerGone())
+            return;
+        if (sharer && d->transfers.contains(sharer))
+            d->refusePeer(sharer, fault);
+    }
+}
+
+void TarvisNetPrivate::refusePeer(QNetworkReply *reply, const char *fault)
+{
+    const ActiveCall call(q, managers);
+    if (rules->isolatesFailures() && transfers.contains(reply)) {
+        fail(reply, errorcodes::ssl_handshake_failed, fault);
         return;
     }
-    d->report({errorcodes::ssl_handshake_failed, url, reply});
+    const QPointer<QNetworkReply> refused = reply;
+    report({errorcodes::ssl_handshake_failed, urlText(reply), reply});
     if (!call.ownerGone())
-        killReply(reply);
+        q->killReply(refused);
 }
 
 void TarvisNetPrivate::report(const Failure &failure) const

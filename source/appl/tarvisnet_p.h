@@ -243,7 +243,7 @@ struct TarvisNetPrivate {
                          const FileData &file) const;
 
     /// @}
-
+    void refusePeer(QNetworkReply *reply, const char *fault);
     /// Keeps what is wrong with the peer, for when the request has failed.
     void keepTlsFault(QNetworkReply *reply, const QSslError &error);
     /// Emits TarvisNet::s_errorChanged(). Its receivers may do anything.

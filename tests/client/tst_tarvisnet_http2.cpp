@@ -113,6 +113,8 @@ private Q_SLOTS:
     void checksHashes_data();
     void checksHashes();
     void abortsOne();
+    void refusesThePeerForAll_data();
+    void refusesThePeerForAll();
 };
 
 void tst_TarvisNetHttp2::speaksIt()
@@ -607,6 +609,35 @@ void tst_TarvisNetHttp2::abortsOne()
     QCOMPARE(bench.ends(),
              QStringList({resultOf(kind, "/a"), "/b s_aborted", resultOf(kind, "/c")}));
     QCOMPARE(bench.http2.seen().size(), 1);
+}
+
+void tst_TarvisNetHttp2::refusesThePeerForAll_data()
+{
+    QTest::addColumn<bool>("isolated");
+    QTest::newRow("failures isolated") << true;
+    QTest::newRow("not isolated") << false;
+}
+
+// Qt tells of the connection by one of those that share it.
+void tst_TarvisNetHttp2::refusesThePeerForAll()
+{
+    QFETCH(const bool, isolated);
+    TransferPolicy policy = Http2Bench::fast();
+    policy.setPinnedKeys({QByteArray(32, 'x')});
+    policy.setFailuresIsolated(isolated);
+    policy.setIdleTimeout(0);
+    Http2Bench bench(policy);
+    bench.http2.onRequest(Http2Server::bytes(document));
+    QStringList expected;
+    for (const char *path : {"/1", "/2", "/3", "/4", "/5"}) {
+        bench.client->rawGet(bench.http2.url(path));
+        expected.append(QString("%1 -222").arg(path));
+        if (!isolated)
+            expected.append(QString("%1 s_aborted").arg(path));
+    }
+    QVERIFY(bench.waitForEnds(int(expected.size())));
+    QCOMPARE(bench.ends(), expected);
+    QCOMPARE(bench.http2.seen(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_TarvisNetHttp2)
