@@ -1,6 +1,6 @@
 // The same work by libcurl's multi interface, by HTTP/1.1 or, all over one connection, by HTTP/2:
-//   bench_libcurl PROTOCOL files URL COUNT DIRECTORY    into DIRECTORY/out, continuing what is
-//   there bench_libcurl PROTOCOL get URL COUNT                small requests, their answers checked
+//   bench_libcurl PROTOCOL files URL COUNT DIRECTORY    into DIRECTORY/out, going on there
+//   bench_libcurl PROTOCOL get URL COUNT                small requests, their answers checked
 //   bench_libcurl PROTOCOL post URL COUNT               the same with a body
 //   bench_libcurl PROTOCOL memory URL 1                 one body in memory
 // PROTOCOL is http1.1 or http2. By HTTP/1.1 each file has a connection of its own.

@@ -27,6 +27,11 @@ bool isSameServer(const QUrl &left, const QUrl &right)
         && left.port(usualPort) == right.port(usualPort);
 }
 
+bool mayUseHttp2(const QNetworkReply &reply)
+{
+    return reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
+}
+
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply)
 {
     if (!reply)

@@ -27,6 +27,9 @@ QUrl serverOf(const QUrl &url);
 /// connections.
 bool isSameServer(const QUrl &left, const QUrl &right);
 
+/// Whether \a reply was sent with leave to use HTTP/2.
+bool mayUseHttp2(const QNetworkReply &reply);
+
 /// Where the server sends us instead, if it does. A redirect without a target gives an empty URL.
 std::optional<QUrl> redirectTarget(const QNetworkReply *reply);
 

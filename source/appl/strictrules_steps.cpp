@@ -80,8 +80,7 @@ bool isCutShort(const Transfer &transfer, const QNetworkReply &reply)
 /// Of an answer by HTTP/2 whose end Qt tells, but nothing before it.
 bool isWithoutHead(const QNetworkReply &reply)
 {
-    return replyinfo::httpStatus(&reply) == 0
-        && reply.request().attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
+    return replyinfo::httpStatus(&reply) == 0 && replyinfo::mayUseHttp2(reply);
 }
 
 /// Whether the server has done nothing with it, because it takes no more requests on this

@@ -54,7 +54,7 @@ void TarvisNetPrivate::distrustConnectionOf(QNetworkReply *reply)
 /// an error of HTTP the connection is all right.
 void TarvisNetPrivate::leaveHttp2ConnectionOf(QNetworkReply *reply)
 {
-    if (rules->allowsHttp2(transfers.value(reply)) && replyinfo::httpStatus(reply) < 400)
+    if (replyinfo::mayUseHttp2(*reply) && replyinfo::httpStatus(reply) < 400)
         managers->distrust(reply->manager());
 }
 

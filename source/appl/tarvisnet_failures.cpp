@@ -77,7 +77,7 @@ void TarvisNet::replyEncrypted()
     const ActiveCall call(this, d->managers);
     // By HTTP/2 others share the connection, and Qt tells only one of them that it is there.
     QList<QPointer<QNetworkReply>> sharers;
-    if (d->rules->allowsHttp2(d->transfers.value(reply)))
+    if (replyinfo::mayUseHttp2(*reply))
         sharers = d->suspectsOf(reply);
     d->refusePeer(reply, fault);
     for (const QPointer<QNetworkReply> &sharer : qAsConst(sharers)) {

@@ -112,7 +112,6 @@ struct TarvisNetPrivate {
     QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
     QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
     static bool isSentByGet(const QString &replyType);
-    /// Where a transfer is sent from.
     QNetworkAccessManager &managerFor(const Transfer &transfer);
     /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
@@ -243,6 +242,7 @@ struct TarvisNetPrivate {
                          const FileData &file) const;
 
     /// @}
+
     void refusePeer(QNetworkReply *reply, const char *fault);
     /// Keeps what is wrong with the peer, for when the request has failed.
     void keepTlsFault(QNetworkReply *reply, const QSslError &error);

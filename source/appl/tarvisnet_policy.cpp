@@ -104,9 +104,8 @@ void TarvisNetPrivate::redirect(QNetworkReply *reply, const NextStep &step)
 void TarvisNetPrivate::reconnect(QNetworkReply *reply)
 {
     managers->distrust(reply->manager());
-    Transfer next = withdraw(reply);
-    ++next.retries;
-    attempt(next);
+    ++transfers[reply].retries;
+    sendAgain(reply);
 }
 
 /// From its first URL, because where that leads may be what fails.
