@@ -11,11 +11,11 @@ namespace {
 
 // Small enough to stay in the processor's cache between reading and writing. Smaller pieces would
 // wake the network thread more often.
-constexpr qint64 pieceSize = qint64(1024) * 1024;
+constexpr qint64 writtenPiece = qint64(1024) * 1024;
 
 void dropAvailable(QNetworkReply *reply)
 {
-    while (reply->bytesAvailable() > 0 && !reply->read(pieceSize).isEmpty()) {}
+    while (reply->bytesAvailable() > 0 && !reply->read(writtenPiece).isEmpty()) {}
 }
 
 } // namespace
@@ -55,9 +55,9 @@ DownloadFile::Append DownloadFile::append(QNetworkReply *reply)
 /// False when the disk does not take all of it.
 bool DownloadFile::write(QNetworkReply *reply, QFile &file) const
 {
-    for (qint64 left = reply->bytesAvailable(); left > 0; left -= pieceSize) {
+    for (qint64 left = reply->bytesAvailable(); left > 0; left -= writtenPiece) {
         // Read first, which lets the network thread go on while this one writes.
-        const QByteArray bytes = reply->read(std::min(left, pieceSize));
+        const QByteArray bytes = reply->read(std::min(left, writtenPiece));
         if (file.write(bytes) != bytes.size())
             return false;
     }

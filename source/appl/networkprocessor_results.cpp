@@ -9,27 +9,27 @@
 namespace {
 
 /// A reply that finished without an error.
-struct Answer {
+struct ProcessorAnswer {
     const char *function;
     QString url;
     Transfer transfer;
 };
 
-using Delivery = void (*)(NetworkProcessor &processor, const Answer &answer);
+using ProcessorDelivery = void (*)(NetworkProcessor &processor, const ProcessorAnswer &answer);
 
 template <void (NetworkProcessor::*signal)(QJsonDocument, QString)>
-void deliverJson(NetworkProcessor &processor, const Answer &answer)
+void deliverJson(NetworkProcessor &processor, const ProcessorAnswer &answer)
 {
     Q_EMIT std::invoke(signal, processor, QJsonDocument::fromJson(answer.transfer.answer),
                        answer.url);
 }
 
-void deliverDownload(NetworkProcessor &processor, const Answer &answer)
+void deliverDownload(NetworkProcessor &processor, const ProcessorAnswer &answer)
 {
     Q_EMIT processor.s_finished(answer.url);
 }
 
-void deliverChangeLog(NetworkProcessor &processor, const Answer &answer)
+void deliverChangeLog(NetworkProcessor &processor, const ProcessorAnswer &answer)
 {
     const QPointer<NetworkProcessor> guard(&processor);
     const QByteArray &body = answer.transfer.answer;
@@ -39,7 +39,7 @@ void deliverChangeLog(NetworkProcessor &processor, const Answer &answer)
         Q_EMIT processor.s_fetchInstallerChangeLogData(body, answer.url);
 }
 
-void deliverFile(NetworkProcessor &processor, const Answer &answer)
+void deliverFile(NetworkProcessor &processor, const ProcessorAnswer &answer)
 {
     const QByteArray &body = answer.transfer.answer;
     const QString path = answer.transfer.record.fileData.filePath;
@@ -51,22 +51,22 @@ void deliverFile(NetworkProcessor &processor, const Answer &answer)
     Q_EMIT processor.s_rawGetFileFinished(answer.url);
 }
 
-void deliverUnknown(NetworkProcessor &processor, const Answer &answer)
+void reportUnknown(NetworkProcessor &processor, const ProcessorAnswer &answer)
 {
     Q_EMIT processor.s_errorChanged(errorcodes::unknown_reply, answer.url);
 }
 
-void deliverNothing(NetworkProcessor & /*processor*/, const Answer & /*answer*/) {}
+void deliverNothing(NetworkProcessor & /*processor*/, const ProcessorAnswer & /*answer*/) {}
 
-struct Result {
+struct ProcessorResult {
     QLatin1String replyType;
     /// Logged first; null when the delivery has its own.
     const char *text;
-    Delivery deliver;
+    ProcessorDelivery deliver;
 };
 
 // The texts have always named the client, whose answers these once were.
-constexpr Result results[] = {
+constexpr ProcessorResult processorResults[] = {
     {replies::redirect_reply, "<TarvisNet::handleReply> Redirect finished", deliverNothing},
     {replies::remote_index, "<TarvisNet::handleReply> Index finished",
      deliverJson<&NetworkProcessor::s_fetchIndex>},
@@ -85,16 +85,16 @@ constexpr Result results[] = {
     {replies::raw_get_file, nullptr, deliverFile},
 };
 
-constexpr Result unknownResult = {QLatin1String(), "<TarvisNet::handleReply> Uknown reply",
-                                  deliverUnknown};
+constexpr ProcessorResult unknownProcessorResult = {
+    QLatin1String(), "<TarvisNet::handleReply> Uknown reply", reportUnknown};
 
 } // namespace
 
 void NetworkProcessorPrivate::deliver(NetworkProcessor &processor, const char *function,
                                       const QString &url, const Transfer &transfer)
 {
-    const Result *known = replyinfo::findRow(results, transfer.record.replyType);
-    const Result &result = known ? *known : unknownResult;
+    const ProcessorResult *known = replyinfo::findRow(processorResults, transfer.record.replyType);
+    const ProcessorResult &result = known ? *known : unknownProcessorResult;
     if (result.text)
         processorLog.debug(function) << result.text;
     result.deliver(processor, {function, url, transfer});

@@ -18,8 +18,7 @@
 
 namespace {
 
-constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-constexpr mode_t everyone = ownerOnly | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+constexpr mode_t everyone = TemporaryFile::ownerOnly | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
 
 QString nameBeside(const QString &destination)
 {
@@ -109,7 +108,7 @@ bool copy(const TemporaryFile &from, qint64 size, const Descriptor &to,
 bool replaceByCopy(TemporaryFile &file, qint64 size, const QString &destination, mode_t mode,
                    const std::atomic_bool &isCancelled)
 {
-    NewFile beside(destination, ownerOnly);
+    NewFile beside(destination, TemporaryFile::ownerOnly);
     if (!beside.descriptor().isOpen() || !copy(file, size, beside.descriptor(), isCancelled)
         || fchmod(beside.descriptor().number(), mode) != 0) {
         return false;
@@ -149,7 +148,7 @@ bool replacement::putInPlace(TemporaryFile &file, qint64 size, const QString &de
     });
     if (isDone)
         return true;
-    file.setPermissions(ownerOnly);
+    file.setPermissions(TemporaryFile::ownerOnly);
     return error == EXDEV && replaceByCopy(file, size, destination, *mode, isCancelled);
 }
 

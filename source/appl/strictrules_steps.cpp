@@ -17,16 +17,16 @@
 namespace {
 
 /// What a redirect makes of a request that is no GET.
-enum class Verb { Kept, GetForPost, Get };
+enum class NextVerb { Kept, GetForPost, Get };
 
 struct RedirectStatus {
     int status;
-    Verb verb;
+    NextVerb verb;
 };
 
 constexpr RedirectStatus redirectStatuses[] = {
-    {301, Verb::GetForPost}, {302, Verb::GetForPost}, {303, Verb::Get},
-    {307, Verb::Kept},       {308, Verb::Kept},
+    {301, NextVerb::GetForPost}, {302, NextVerb::GetForPost}, {303, NextVerb::Get},
+    {307, NextVerb::Kept},       {308, NextVerb::Kept},
 };
 
 constexpr const char *privateHeaders[] = {"Authorization", "Cookie", "Proxy-Authorization"};
@@ -113,11 +113,11 @@ void removeHeaders(QNetworkRequest &request, const char *const (&names)[size])
         request.setRawHeader(name, QByteArray());
 }
 
-bool becomesGet(const Transfer &transfer, Verb verb)
+bool becomesGet(const Transfer &transfer, NextVerb verb)
 {
     const bool isPost = transfer.record.replyType == replies::raw_post
         || transfer.record.replyType == replies::raw_post_file;
-    return !transfer.isGet && (verb == Verb::Get || (verb == Verb::GetForPost && isPost));
+    return !transfer.isGet && (verb == NextVerb::Get || (verb == NextVerb::GetForPost && isPost));
 }
 
 } // namespace

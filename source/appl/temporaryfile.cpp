@@ -8,12 +8,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-namespace {
-
-constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-
-} // namespace
-
 QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
 {
     // Whoever had it locked may have moved it away before letting go of it.

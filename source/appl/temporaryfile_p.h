@@ -15,6 +15,8 @@ class TemporaryFile {
 public:
     /// Small enough to stay in the processor's cache between reading and writing.
     static constexpr qint64 pieceSize = qint64(1024) * 1024;
+    /// What it, and whatever takes its content on the way, may be read and written by.
+    static constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
 
     /// Opens or makes the file \a path. Null if that fails, if another download has it, in this
     /// process or elsewhere, and if it cannot be trusted: a link, something that is no plain file,

@@ -6,7 +6,7 @@
 namespace {
 
 // How much is taken at a time: what is too long need not be read to its end.
-constexpr qint64 pieceSize = qint64(64) * 1024;
+constexpr qint64 decodedPiece = qint64(64) * 1024;
 
 QByteArray codingOf(const Transfer &transfer, const QNetworkReply &reply)
 {
@@ -20,7 +20,7 @@ void keepUpToMaximum(QNetworkReply &reply, Transfer &transfer)
             QSharedPointer<BodyDecoder>::create(codingOf(transfer, reply), transfer.maximumAnswer);
     }
     while (transfer.decoder->state() == BodyDecoder::State::Good && reply.bytesAvailable() > 0)
-        transfer.decoder->take(reply.read(pieceSize), transfer.answer);
+        transfer.decoder->take(reply.read(decodedPiece), transfer.answer);
 }
 
 /// In place: a copy of the transfer would copy the whole body with every chunk.
