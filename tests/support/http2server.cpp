@@ -59,8 +59,7 @@ Http2Server::Http2Server()
     , m_fallback(bytes(QByteArray(), 404))
     , m_http1([](const HttpRequest &, HttpResponse &response) { response.send(404); })
 {
-    if (!m_listener->listen(QHostAddress::LocalHost, ScriptedServer::freePort()))
-        qFatal("cannot listen: %s", qPrintable(m_listener->errorString()));
+    ScriptedServer::listenSomewhere(m_listener.data());
 }
 
 Http2Server::~Http2Server()

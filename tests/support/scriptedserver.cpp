@@ -29,25 +29,31 @@ private:
 
 namespace {
 
-const quint16 firstPort = 20000;
-const quint16 lastPort = 32000;
-
-// Begins anywhere, so that tests that run side by side seldom meet, and goes on from there, so that
-// a port which was given away as a free one is not taken by the next server.
-quint16 nextPort()
-{
-    static quint32 step = QRandomGenerator::global()->bounded(quint32(lastPort - firstPort));
-    return quint16(firstPort + step++ % (lastPort - firstPort));
-}
-
-void listenSomewhere(QTcpServer *server)
-{
-    for (int port = firstPort; port < lastPort; ++port) {
-        if (server->listen(QHostAddress::LocalHost, nextPort()))
-            return;
+// Begins anywhere, so that tests that run side by side seldom meet, and goes on from there.
+class PortRange {
+public:
+    PortRange(quint16 first, quint16 size)
+        : m_first(first)
+        , m_size(size)
+        , m_step(QRandomGenerator::global()->bounded(size))
+    {
     }
-    qFatal("no port can be listened on: %s", qPrintable(server->errorString()));
-}
+
+    void listenSomewhere(QTcpServer *server)
+    {
+        for (int attempt = 0; attempt < m_size; ++attempt) {
+            const quint16 port = quint16(m_first + m_step++ % m_size);
+            if (server->listen(QHostAddress::LocalHost, port))
+                return;
+        }
+        qFatal("no port can be listened on: %s", qPrintable(server->errorString()));
+    }
+
+private:
+    const quint16 m_first;
+    const quint16 m_size;
+    quint32 m_step;
+};
 
 QByteArray readPem(ScriptedServer::Certificate certificate, const QString &suffix)
 {
@@ -227,9 +233,17 @@ void ScriptedServer::restart()
         qFatal("cannot listen on port %d again", m_port);
 }
 
+void ScriptedServer::listenSomewhere(QTcpServer *server)
+{
+    static PortRange range(20000, 12000);
+    range.listenSomewhere(server);
+}
+
+// Where no test listens itself: whoever gets the port may take a while to use it.
 quint16 ScriptedServer::freePort()
 {
+    static PortRange range(10000, 10000);
     QTcpServer server;
-    listenSomewhere(&server);
+    range.listenSomewhere(&server);
     return server.serverPort();
 }

@@ -15,6 +15,7 @@
 #include <functional>
 
 QT_BEGIN_NAMESPACE
+class QTcpServer;
 class QTcpSocket;
 QT_END_NAMESPACE
 
@@ -118,7 +119,9 @@ public:
 
     /// @}
 
-    /// A port of 127.0.0.1, below 32768, that nobody listens on.
+    /// Has \a server listen on some port of 127.0.0.1, below 32768.
+    static void listenSomewhere(QTcpServer *server);
+    /// A port of 127.0.0.1, below 20000, that nobody listens on.
     static quint16 freePort();
 
 private:
