@@ -11,7 +11,9 @@ function(tarvisnet_build_options target)
     target_compile_definitions(${target} PRIVATE
         QT_NO_CAST_TO_ASCII
         QT_NO_KEYWORDS
-        QT_DEPRECATED_WARNINGS)
+        # What the oldest Qt still offers without a warning may be used on all.
+        QT_DEPRECATED_WARNINGS
+        QT_DISABLE_DEPRECATED_BEFORE=0x050f00)
     if(TARVISNET_STRICT)
         target_compile_options(${target} PRIVATE -Werror)
     endif()

@@ -19,7 +19,7 @@ function(tarvisnet_add_test name)
     add_executable(${name} ${name}.cpp)
     tarvisnet_build_options(${name})
     target_link_libraries(${name} PRIVATE
-        ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt5::Test)
+        ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt${TARVISNET_QT}::Test)
     target_precompile_headers(${name} REUSE_FROM tarvisnet_test_support)
     # This one is empty, and reading them would be all that it takes.
     set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${name}_autogen/mocs_compilation.cpp"

@@ -86,7 +86,7 @@ QString Progress::bar(const Transfer &transfer, const QString &text) const
     const int brackets = 3;
     // The last column stays free: some terminals begin a new line when it is written.
     const int room = m_console.columns() - 1;
-    const int width = std::min(room - text.size() - brackets, widestBar);
+    const int width = std::min(room - static_cast<int>(text.size()) - brackets, widestBar);
     if (width < narrowestBar) {
         return text.left(room);
     }

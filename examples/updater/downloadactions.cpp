@@ -1,6 +1,7 @@
 #include "downloadactions.h"
 
-#include <QtWidgets/QAction>
+// Qt 5 has it in QtWidgets, Qt 6 in QtGui.
+#include <QAction>
 
 namespace {
 

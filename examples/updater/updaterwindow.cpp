@@ -156,13 +156,13 @@ QVector<QWidget *> UpdaterWindow::makeDownloadButtons() const
 void UpdaterWindow::makeMenus()
 {
     QMenu *file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("&Check"), this, &UpdaterWindow::check, Qt::Key_F5);
+    file->addAction(tr("&Check"), this, &UpdaterWindow::check)->setShortcut(Qt::Key_F5);
     file->addAction(tr("Clear &Errors"), m_errors, &ErrorList::clear);
     file->addSeparator();
-    file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence(tr("Ctrl+Q")));
+    file->addAction(tr("&Quit"), this, &QWidget::close)->setShortcut(tr("Ctrl+Q"));
     QMenu *download = menuBar()->addMenu(tr("D&ownload"));
-    download->addAction(tr("&Start or Abort Selected"), m_downloads, &DownloadTable::doCurrent,
-                        QKeySequence(tr("Ctrl+D")));
+    download->addAction(tr("&Start or Abort Selected"), m_downloads, &DownloadTable::doCurrent)
+        ->setShortcut(tr("Ctrl+D"));
     download->addActions(m_downloadActions->all().toList());
 }
 

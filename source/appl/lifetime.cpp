@@ -31,7 +31,7 @@ ActiveCall::~ActiveCall()
         new Keeper(std::move(m_managers)); // deletes itself
 }
 
-QueueLock::QueueLock(QSharedPointer<QMutex> mutex, int waitMsec)
+QueueLock::QueueLock(QSharedPointer<QRecursiveMutex> mutex, int waitMsec)
     : m_mutex(std::move(mutex))
     , m_locked(m_mutex->tryLock(waitMsec))
 {

@@ -30,7 +30,7 @@ private:
 /// Holds a mutex that may lose its owner while it is locked.
 class QueueLock {
 public:
-    QueueLock(QSharedPointer<QMutex> mutex, int waitMsec);
+    QueueLock(QSharedPointer<QRecursiveMutex> mutex, int waitMsec);
     ~QueueLock();
 
     bool isLocked() const { return m_locked; }
@@ -38,7 +38,7 @@ public:
 private:
     Q_DISABLE_COPY(QueueLock)
 
-    QSharedPointer<QMutex> m_mutex;
+    QSharedPointer<QRecursiveMutex> m_mutex;
     bool m_locked;
 };
 

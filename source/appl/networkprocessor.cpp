@@ -3,6 +3,7 @@
 #include "errorcodes.h"
 #include "lifetime_p.h"
 #include "networkprocessor_p.h"
+#include "qtversion_p.h"
 #include "readbuffer_p.h"
 #include "replyinfo_p.h"
 
@@ -35,14 +36,14 @@ void NetworkProcessor::startPost(ReplyData _data, QByteArray _ba)
 
 QNetworkReply *NetworkProcessor::get(QNetworkRequest request)
 {
-    QNetworkReply *reply = d->manager->get(request);
+    QNetworkReply *reply = d->manager->get(qtversion::settled(request));
     createReplyConnections(reply);
     return reply;
 }
 
 QNetworkReply *NetworkProcessor::post(QNetworkRequest request, QByteArray data)
 {
-    QNetworkReply *reply = d->manager->post(request, data);
+    QNetworkReply *reply = d->manager->post(qtversion::settled(request), data);
     createReplyConnections(reply);
     return reply;
 }
@@ -57,9 +58,9 @@ void NetworkProcessor::createReplyConnections(QNetworkReply *reply)
     follow(&QNetworkReply::finished, &NetworkProcessor::replyFinished);
     follow(&QIODevice::readyRead, &NetworkProcessor::replyReadyRead);
     follow(&QNetworkReply::sslErrors, &NetworkProcessor::replySslErrors);
-    // By name, because the signal shares its name with the getter.
-    connect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
-            SLOT(replyError(QNetworkReply::NetworkError)), Qt::DirectConnection);
+    // By name, because the signal of Qt 5 shares its name with the getter.
+    connect(reply, qtversion::failed, this, SLOT(replyError(QNetworkReply::NetworkError)),
+            Qt::DirectConnection);
     follow(&QNetworkReply::downloadProgress, &NetworkProcessor::replyDownloadProgress);
     follow(&QNetworkReply::uploadProgress, &NetworkProcessor::replyUploadProgress);
 }

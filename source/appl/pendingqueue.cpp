@@ -8,12 +8,12 @@
 
 namespace {
 
-uint hashOf(const QNetworkRequest &request)
+HashValue hashOf(const QNetworkRequest &request)
 {
-    uint hash = qHash(request.url());
+    HashValue hash = qHash(request.url());
     const QList<QByteArray> names = request.rawHeaderList();
     for (const QByteArray &name : names) {
-        const uint parts[] = {hash, qHash(name), qHash(request.rawHeader(name))};
+        const HashValue parts[] = {hash, qHash(name), qHash(request.rawHeader(name))};
         hash = qHashRange(std::begin(parts), std::end(parts));
     }
     return hash;
@@ -21,10 +21,10 @@ uint hashOf(const QNetworkRequest &request)
 
 } // namespace
 
-uint qHash(const ReplyData &record, uint seed)
+HashValue qHash(const ReplyData &record, HashValue seed)
 {
     const FileData &file = record.fileData;
-    const uint parts[] = {
+    const HashValue parts[] = {
         qHash(record.tag),         qHash(record.replyType),  qHash(record.data),
         qHash(file.filePath),      qHash(file.tempFilePath), qHash(file.hash),
         qHash(file.size),          qHash(file.resumeOffset), hashOf(record.request),
@@ -46,14 +46,14 @@ void PendingQueue::append(const ReplyData &record)
 bool PendingQueue::appendNew(const ReplyData &record)
 {
     // Hashing a request costs as much as everything else here, so it is done once.
-    const uint hash = qHash(record);
+    const HashValue hash = qHash(record);
     if (contains(record, hash))
         return false;
     append(record, hash);
     return true;
 }
 
-bool PendingQueue::contains(const ReplyData &record, uint hash) const
+bool PendingQueue::contains(const ReplyData &record, HashValue hash) const
 {
     const auto alike = m_byHash.constFind(hash);
     return alike != m_byHash.cend()
@@ -61,7 +61,7 @@ bool PendingQueue::contains(const ReplyData &record, uint hash) const
                        [&](Number number) { return m_entries.at(number).record == record; });
 }
 
-void PendingQueue::append(const ReplyData &record, uint hash)
+void PendingQueue::append(const ReplyData &record, HashValue hash)
 {
     const Number number = m_nextNumber++;
     const QString path = record.request.url().path(QUrl::FullyDecoded);

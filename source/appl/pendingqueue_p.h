@@ -4,10 +4,14 @@
 #include "records.h"
 
 #include <QtCore/QHash>
+#include <QtCore/QString>
 #include <QtCore/QVector>
 
 #include <map>
 #include <set>
+
+/// As wide as Qt's own hashes, whose type depends on its version.
+using HashValue = decltype(qHash(QString()));
 
 /// The requests that wait to be sent, in the order they came. Thanks to two indexes, finding an
 /// equal request and removing the requests of a path take no longer in a long queue.
@@ -36,12 +40,12 @@ private:
 
     struct Entry {
         ReplyData record;
-        uint hash;
+        HashValue hash;
         QString path;
     };
 
-    bool contains(const ReplyData &record, uint hash) const;
-    void append(const ReplyData &record, uint hash);
+    bool contains(const ReplyData &record, HashValue hash) const;
+    void append(const ReplyData &record, HashValue hash);
 
     /// Takes the entry of a request out of everything but the index by path.
     ReplyData take(std::map<Number, Entry>::iterator entry);
@@ -53,7 +57,7 @@ private:
 
     // Numbers rise, so the map holds the requests in the order they came.
     std::map<Number, Entry> m_entries;
-    QHash<uint, Numbers> m_byHash;
+    QHash<HashValue, Numbers> m_byHash;
     QHash<QString, Numbers> m_byPath;
     // Only of the requests that have such a file.
     QHash<QString, Numbers> m_byFile;
@@ -61,6 +65,6 @@ private:
 };
 
 /// Equal records have equal hashes.
-uint qHash(const ReplyData &record, uint seed = 0);
+HashValue qHash(const ReplyData &record, HashValue seed = 0);
 
 #endif // TARVISNET_PENDINGQUEUE_P_H

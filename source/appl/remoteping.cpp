@@ -3,6 +3,7 @@
 #include "errorcodes.h"
 #include "lifetime_p.h"
 #include "messagelog_p.h"
+#include "qtversion_p.h"
 #include "records.h"
 
 #include <QtCore/QElapsedTimer>
@@ -204,7 +205,7 @@ QNetworkReply *RemotePing::pingRequest()
     }
     QNetworkRequest request(d->url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QString(mime::wwwForm));
-    QNetworkReply *reply = d->manager->get(request);
+    QNetworkReply *reply = d->manager->get(qtversion::settled(request));
     if (!reply) {
         messages.warning(Q_FUNC_INFO) << "Null ping reply.";
         return nullptr;

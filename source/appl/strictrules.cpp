@@ -2,6 +2,7 @@
 
 #include "checkedfile_p.h"
 #include "explanation_p.h"
+#include "qtversion_p.h"
 #include "readbuffer_p.h"
 #include "replyinfo_p.h"
 #include "transfer_p.h"
@@ -84,7 +85,9 @@ int StrictRules::downloadThreads() const
 bool StrictRules::allowsHttp2(const Transfer &transfer) const
 {
     const ReplyData &record = transfer.record;
-    return m_policy.http2Allowed() && transfer.request.url().scheme() == QLatin1String("https")
+    const bool peerComesFirst = m_policy.pinnedKeys().isEmpty() || qtversion::http2WaitsForPeer;
+    return m_policy.http2Allowed() && peerComesFirst
+        && transfer.request.url().scheme() == QLatin1String("https")
         && !(replyinfo::isFileKind(record.replyType)
              && readbuffer::mayNeedBound(record.fileData.size));
 }

@@ -62,7 +62,7 @@ TarvisNet::TarvisNet(const TransferPolicy &policy, QObject *parent)
     registerMetaTypes();
     d->managers.reset(new ManagerPool(*d->rules));
     // Recursive: adding a request emits, under the lock, the signal that starts one.
-    d->queueMutex.reset(new QMutex(QMutex::Recursive));
+    d->queueMutex.reset(new QRecursiveMutex);
     d->initializeContentTypes();
     d->growingFiles.reset(new QSet<QString>);
     d->clock.setSingleShot(true);

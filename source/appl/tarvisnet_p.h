@@ -293,7 +293,7 @@ struct TarvisNetPrivate {
     bool stopProcess = false;
     /// Above zero while all replies are being aborted: that frees places, and none may be taken.
     int startBlocks = 0;
-    QSharedPointer<QMutex> queueMutex;
+    QSharedPointer<QRecursiveMutex> queueMutex;
     QHash<TarvisNet::ContentType, QString> contentTypes;
 };
 

@@ -54,10 +54,12 @@ QUrl parse(const QString &text)
 /// nothing that could be a ContentType.
 QVariant contentTypeText(TarvisNetPrivate &client, const QVariant &type)
 {
-    if (!type.canConvert<TarvisNet::ContentType>())
+    if (!type.canConvert<int>())
         return QVariant();
-    // A number outside the enumeration gets an entry of its own, with an empty text.
-    return client.contentTypes[type.value<TarvisNet::ContentType>()];
+    // A number outside the enumeration gets an entry of its own, with an empty text. That is no
+    // header.
+    const QString text = client.contentTypes[TarvisNet::ContentType(type.toInt())];
+    return text.isEmpty() ? QVariant() : text;
 }
 
 QNetworkRequest requestWithHeaders(TarvisNetPrivate &client, const QUrl &url,

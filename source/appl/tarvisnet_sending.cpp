@@ -1,5 +1,6 @@
 #include "tarvisnet.h"
 
+#include "qtversion_p.h"
 #include "tarvisnet_p.h"
 
 /// \file
@@ -73,7 +74,7 @@ QNetworkRequest TarvisNetPrivate::requestToSend(Transfer &transfer) const
         && !replyinfo::isFileKind(transfer.record.replyType) && request.rawHeader(header).isEmpty();
     if (transfer.isCodingOurs)
         request.setRawHeader(header, "gzip, deflate");
-    return request;
+    return qtversion::settled(request);
 }
 
 QNetworkReply *TarvisNetPrivate::get(QNetworkAccessManager &manager, const QNetworkRequest &request)

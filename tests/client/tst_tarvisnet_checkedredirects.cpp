@@ -602,7 +602,7 @@ void tst_TarvisNetCheckedRedirects::longChainKeepsNothing()
     int mostReplies = 0;
     CheckedBench bench(checked(hops));
     bench.server.onRequest([&](const HttpRequest &request, HttpResponse &response) {
-        mostReplies = std::max(mostReplies, bench.replies().size());
+        mostReplies = std::max(mostReplies, int(bench.replies().size()));
         const int left = request.path().mid(1).toInt();
         (left == 0 ? answers::bytes(body) : leadsTo(QByteArray::number(left - 1)))(request,
                                                                                    response);

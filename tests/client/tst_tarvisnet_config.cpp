@@ -121,7 +121,7 @@ void tst_TarvisNetConfig::clampsParallelRequests()
     SignalRecorder recorder(&client);
     client.setParallelRequestsCount(asked);
     QTEST(client.getParallelRequestsCount(), "stored");
-    QTEST(recorder.names().size(), "emissions");
+    QTEST(int(recorder.names().size()), "emissions");
     QTEST(recorder.count("s_parallelRequestCountChanged"), "emissions");
 }
 

@@ -61,8 +61,8 @@ void tst_TarvisNetProbe::startsForKind()
     bench.client->setPingAlwaysOn(alwaysOn);
     const SignalRecorder recorder(bench.client, {"s_startPing", "s_stopPing", "s_errorChanged"});
     bench.add(record(kind, bench.server.url("/there")));
-    QTEST(recorder.names().size(), "starts");
-    QTEST(recorder.of("s_startPing").count({-1}), "starts");
+    QTEST(int(recorder.names().size()), "starts");
+    QTEST(int(recorder.of("s_startPing").count({-1})), "starts");
 }
 
 void tst_TarvisNetProbe::startsOnceWhileRunning()

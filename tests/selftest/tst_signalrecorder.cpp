@@ -1,4 +1,5 @@
 #include "fakereply.h"
+#include "onqt6.h"
 #include "signalrecorder.h"
 
 #include <QtCore/QJsonDocument>
@@ -106,8 +107,10 @@ void tst_SignalRecorder::recordsInheritedSignals()
     reply.finish();
     Q_EMIT reply.downloadProgress(1, 2);
 
-    QCOMPARE(recorder.names(),
-             QStringList({"error", "errorOccurred", "finished", "downloadProgress"}));
+    QStringList expected{"errorOccurred", "finished", "downloadProgress"};
+    if (!onQt6)
+        expected.prepend("error");
+    QCOMPARE(recorder.names(), expected);
     QCOMPARE(recorder.last("errorOccurred").at(0).value<QNetworkReply::NetworkError>(),
              QNetworkReply::ContentNotFoundError);
     QCOMPARE(recorder.last("downloadProgress"), QVariantList({1ll, 2ll}));

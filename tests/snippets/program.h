@@ -63,9 +63,9 @@ private:
         rlim_t mostBytes = RLIM_INFINITY;
 
     protected:
-        void setupChildProcess() override
+        void prepareChild() override
         {
-            BoundProcess::setupChildProcess();
+            BoundProcess::prepareChild();
             std::signal(SIGXFSZ, SIG_IGN);
             const rlimit limit{mostBytes, RLIM_INFINITY};
             ::setrlimit(RLIMIT_FSIZE, &limit);

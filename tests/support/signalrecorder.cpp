@@ -5,6 +5,7 @@
 #include <QtNetwork/QNetworkReply>
 
 #include <atomic>
+#include <type_traits>
 
 namespace {
 
@@ -14,11 +15,13 @@ bool isLeftOut(const QString &name)
     return name == QLatin1String("destroyed") || name == QLatin1String("objectNameChanged");
 }
 
-// A type that nobody has registered yet is known to the class that declares the signal.
+// A type that nobody has registered yet is known to the class that declares the signal. Qt 6 asks
+// that class by itself.
 int argumentType(QObject *object, const QMetaMethod &method, int argument)
 {
     int type = method.parameterType(argument);
-    if (type == QMetaType::UnknownType) {
+    constexpr bool asks = QT_VERSION >= QT_VERSION_CHECK(6, 0, 0);
+    if (type == QMetaType::UnknownType && !asks) {
         void *question[] = {&type, &argument};
         QMetaObject::metacall(object, QMetaObject::RegisterMethodArgumentMetaType,
                               method.methodIndex(), question);
@@ -26,12 +29,16 @@ int argumentType(QObject *object, const QMetaMethod &method, int argument)
     return type < 0 ? int(QMetaType::UnknownType) : type;
 }
 
+// Qt 6 wants the type itself where Qt 5 wants its number.
+using VariantType =
+    std::conditional_t<std::is_constructible_v<QVariant, QMetaType, const void *>, QMetaType, int>;
+
 // An argument of a type that is not known even so is recorded as an invalid QVariant.
 QVariant toVariant(int type, const void *value)
 {
     if (type == QMetaType::QVariant)
         return *static_cast<const QVariant *>(value);
-    return QVariant(type, value);
+    return QVariant(VariantType(type), value);
 }
 
 } // namespace

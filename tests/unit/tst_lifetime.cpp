@@ -49,12 +49,12 @@ void dieInACall(Owner *owner)
     QVERIFY(call.ownerGone());
 }
 
-QSharedPointer<QMutex> newMutex()
+QSharedPointer<QRecursiveMutex> newMutex()
 {
-    return QSharedPointer<QMutex>::create(QMutex::Recursive);
+    return QSharedPointer<QRecursiveMutex>::create();
 }
 
-bool isFreeElsewhere(QMutex &mutex)
+bool isFreeElsewhere(QRecursiveMutex &mutex)
 {
     bool taken = false;
     std::thread([&mutex, &taken] {
@@ -295,7 +295,7 @@ void tst_Lifetime::mutexOutlivesItsOwner()
 {
     LogCapture log;
     auto mutex = newMutex();
-    const QWeakPointer<QMutex> watched = mutex;
+    const QWeakPointer<QRecursiveMutex> watched = mutex;
     {
         const QueueLock outer(mutex, 0);
         {
