@@ -59,7 +59,7 @@ void NetworkProcessor::createReplyConnections(QNetworkReply *reply)
     follow(&QIODevice::readyRead, &NetworkProcessor::replyReadyRead);
     follow(&QNetworkReply::sslErrors, &NetworkProcessor::replySslErrors);
     // By name, because the signal of Qt 5 shares its name with the getter.
-    connect(reply, qtversion::failed, this, SLOT(replyError(QNetworkReply::NetworkError)),
+    connect(reply, qtversion::errorSignal(), this, SLOT(replyError(QNetworkReply::NetworkError)),
             Qt::DirectConnection);
     follow(&QNetworkReply::downloadProgress, &NetworkProcessor::replyDownloadProgress);
     follow(&QNetworkReply::uploadProgress, &NetworkProcessor::replyUploadProgress);

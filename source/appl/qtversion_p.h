@@ -11,11 +11,14 @@ namespace qtversion {
 inline constexpr bool http2WaitsForPeer = QT_VERSION < QT_VERSION_CHECK(6, 0, 0);
 
 /// A reply's first word of a failure.
+inline const char *errorSignal()
+{
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-inline constexpr const char *failed = SIGNAL(errorOccurred(QNetworkReply::NetworkError));
+    return SIGNAL(errorOccurred(QNetworkReply::NetworkError));
 #else
-inline constexpr const char *failed = SIGNAL(error(QNetworkReply::NetworkError));
+    return SIGNAL(error(QNetworkReply::NetworkError));
 #endif
+}
 
 /// The request, so that each version does the same with it: sends it by HTTP/1.1 unless it allows
 /// more, leaves redirects to the library, and decodes a body however well it was compressed. What a
