@@ -678,10 +678,18 @@ void tst_FaultsHttp2::goesAwayWhileItAnswers()
     slow.finish();
     QVERIFY(bench.waitForEnds(2));
 
-    const QString ofNew = isGet ? R"(/new s_rawGet {"path":"/new"})" : "/new -223";
+    // A GET is sent again. A POST is lost, unless it came late enough for another connection.
+    const QString verb = isGet ? "GET" : "POST";
+    const QString request = QString("h2: %1 /new").arg(verb);
+    const bool isAnswered = isGet || bench.http2.seen().contains(request);
+    const QString answer =
+        QString(R"(/new %1 {"path":"/new"})").arg(isGet ? "s_rawGet" : "s_rawPost");
+    const QString ofNew = isAnswered ? answer : "/new -223";
     QCOMPARE(bench.ends(), QStringList({ofNew, R"(/slow s_rawGet {"answer":42})"}));
-    QCOMPARE(bench.http2.seen(),
-             isGet ? QStringList({"h2: GET /slow", "h2: GET /new"}) : QStringList{"h2: GET /slow"});
+    QStringList seen{"h2: GET /slow"};
+    if (isAnswered)
+        seen.append(request);
+    QCOMPARE(bench.http2.seen(), seen);
 }
 
 QTEST_GUILESS_MAIN(tst_FaultsHttp2)
