@@ -103,10 +103,13 @@ void Ledger::addError(int owner, short code, const QString &url)
             fault(what + QStringLiteral("but it was asked once"));
         return;
     }
-    // What was aborted within its own failure is unknown by the time it finishes.
-    if (code == errorcodes::unknown_reply && asked->errors + int(asked->aborted.size()) > 0)
+    // What is aborted within its own failure is unknown by the time it finishes, which may be before
+    // its end is told. That has to come even so.
+    const bool isKnownCode = asked->codes.contains(code);
+    const bool endWasTold = asked->errors + int(asked->aborted.size()) > 0;
+    if (code == errorcodes::unknown_reply && (endWasTold || !isKnownCode))
         return;
-    if (!asked->codes.contains(code))
+    if (!isKnownCode)
         fault(what + QStringLiteral("not a code of ") + QString::fromLatin1(asked->operation));
     // Comes for each part, and the request goes on.
     if (code == errorcodes::file_open_failed)
