@@ -103,8 +103,8 @@ void Ledger::addError(int owner, short code, const QString &url)
             fault(what + QStringLiteral("but it was asked once"));
         return;
     }
-    // What is aborted within its own failure is unknown by the time it finishes, which may be before
-    // its end is told. That has to come even so.
+    // What is aborted within its own failure is unknown by the time it finishes, which may be
+    // before its end is told. That has to come even so.
     const bool isKnownCode = asked->codes.contains(code);
     const bool endWasTold = asked->errors + int(asked->aborted.size()) > 0;
     if (code == errorcodes::unknown_reply && (endWasTold || !isKnownCode))
