@@ -30,11 +30,19 @@ int placesLostBy(const Asked &asked)
     return places;
 }
 
+/// A result does not count: what was given up has none.
+bool hasFailed(const Asked &asked)
+{
+    return asked.errors + int(asked.aborted.size()) > 0;
+}
+
 bool hasEnded(const Asked &asked)
 {
+    if (asked.wasUnknown && !hasFailed(asked))
+        return false;
     if (asked.maySilent || asked.times > 1)
         return true;
-    return asked.results + asked.errors + asked.refusals + int(asked.aborted.size()) > 0;
+    return asked.results + asked.refusals > 0 || hasFailed(asked);
 }
 
 } // namespace
@@ -104,11 +112,12 @@ void Ledger::addError(int owner, short code, const QString &url)
         return;
     }
     // What is aborted within its own failure is unknown by the time it finishes, which may be
-    // before its end is told. That has to come even so.
+    // before that is told.
     const bool isKnownCode = asked->codes.contains(code);
-    const bool endWasTold = asked->errors + int(asked->aborted.size()) > 0;
-    if (code == errorcodes::unknown_reply && (endWasTold || !isKnownCode))
+    if (code == errorcodes::unknown_reply && (hasFailed(*asked) || !isKnownCode)) {
+        asked->wasUnknown = !isKnownCode;
         return;
+    }
     if (!isKnownCode)
         fault(what + QStringLiteral("not a code of ") + QString::fromLatin1(asked->operation));
     // Comes for each part, and the request goes on.

@@ -30,6 +30,8 @@ struct Asked {
     int errors = 0;
     int refusals = 0;
     QHash<QString, int> aborted;
+    /// Whether it was unknown to its client before its failure or abort was told.
+    bool wasUnknown = false;
     /// How many redirects were followed when it failed or was aborted; 0 if it was not.
     int failedHop = 0;
 };
