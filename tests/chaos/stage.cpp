@@ -308,12 +308,13 @@ void Stage::replaceClient(bool later)
         return;
     m_isReplacing = true;
     m_ledger.release(m_clientNumber);
-    m_latest = DrawnRequest();
     if (later) {
         m_client->deleteLater();
         m_client.clear();
     }
     deleteClient();
+    // Also what was asked of it while it died.
+    m_latest = DrawnRequest();
     makeClient();
     m_isReplacing = false;
 }
