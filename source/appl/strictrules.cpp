@@ -55,6 +55,11 @@ QByteArray fingerprint(const QSslCertificate &certificate)
     return QCryptographicHash::hash(certificate.publicKey().toDer(), QCryptographicHash::Sha256);
 }
 
+bool isSentByTls(const Transfer &transfer)
+{
+    return transfer.request.url().scheme() == QLatin1String("https");
+}
+
 } // namespace
 
 StrictRules::StrictRules(TransferPolicy policy)
@@ -81,13 +86,19 @@ int StrictRules::downloadThreads() const
     return m_policy.downloadThreads();
 }
 
+/// Only TLS is too much for one thread.
+bool StrictRules::isSpread(const Transfer &transfer) const
+{
+    return m_policy.downloadThreads() > 1 && isSentByTls(transfer)
+        && replyinfo::isFileKind(transfer.record.replyType);
+}
+
 /// By HTTP/2 Qt holds whatever has arrived, however little of it is wanted.
 bool StrictRules::allowsHttp2(const Transfer &transfer) const
 {
     const ReplyData &record = transfer.record;
     const bool peerComesFirst = m_policy.pinnedKeys().isEmpty() || qtversion::http2WaitsForPeer;
-    return m_policy.http2Allowed() && peerComesFirst
-        && transfer.request.url().scheme() == QLatin1String("https")
+    return m_policy.http2Allowed() && peerComesFirst && isSentByTls(transfer)
         && !(replyinfo::isFileKind(record.replyType)
              && readbuffer::mayNeedBound(record.fileData.size));
 }

@@ -15,6 +15,7 @@ public:
     QSslConfiguration tlsConfiguration() const override;
     QNetworkAccessManager *newManager() const override;
     int downloadThreads() const override;
+    bool isSpread(const Transfer &transfer) const override;
     bool allowsHttp2(const Transfer &transfer) const override;
     bool checksPeerOfProbe() const override;
     bool acceptsTlsErrors() const override;

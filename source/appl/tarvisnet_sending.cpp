@@ -46,12 +46,11 @@ QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
 
 QNetworkAccessManager &TarvisNetPrivate::managerFor(const Transfer &transfer)
 {
-    const bool isDownload = replyinfo::isFileKind(transfer.record.replyType);
-    if (!isDownload || rules->downloadThreads() == 1)
+    if (!rules->isSpread(transfer))
         return *managers->primary();
     QList<QNetworkAccessManager *> running;
     for (auto other = transfers.cbegin(); other != transfers.cend(); ++other) {
-        if (replyinfo::isFileKind(other->record.replyType))
+        if (rules->isSpread(*other))
             running.append(other.key()->manager());
     }
     QNetworkAccessManager *const manager = managers->forDownload(running);

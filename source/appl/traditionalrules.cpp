@@ -52,6 +52,11 @@ int TraditionalRules::downloadThreads() const
     return 1;
 }
 
+bool TraditionalRules::isSpread(const Transfer & /*transfer*/) const
+{
+    return false;
+}
+
 bool TraditionalRules::allowsHttp2(const Transfer & /*transfer*/) const
 {
     return false;

@@ -9,6 +9,7 @@ public:
     QSslConfiguration tlsConfiguration() const override;
     QNetworkAccessManager *newManager() const override;
     int downloadThreads() const override;
+    bool isSpread(const Transfer &transfer) const override;
     bool allowsHttp2(const Transfer &transfer) const override;
     bool checksPeerOfProbe() const override;
     void prepareFileRequest(QNetworkRequest &request, const QString &replyType, AddressForm form,

@@ -175,11 +175,12 @@ public:
     bool http2Allowed() const;
     void setHttp2Allowed(bool on); ///< See http2Allowed().
 
-    /// How many network threads the file downloads that are running are spread over, from 1, as at
-    /// first, to 5; what lies outside is taken for the nearer of these. One of the threads also
-    /// serves all other requests. The others, with connections of their own, are started when a
-    /// download finds all threads busy with one, and end when they have been idle for some seconds.
-    /// No more are used than TarvisNet::getParallelRequestsCount() lets run.
+    /// How many network threads the file downloads over HTTPS that are running are spread over,
+    /// from 1, as at first, to 5; what lies outside is taken for the nearer of these. One of the
+    /// threads also serves all other requests, those over plain HTTP included: these do not keep a
+    /// thread busy. The others, with connections of their own, are started when a download finds
+    /// all threads busy with one, and end when they have been idle for some seconds. No more are
+    /// used than TarvisNet::getParallelRequestsCount() lets run.
     int downloadThreads() const;
     void setDownloadThreads(int count); ///< See downloadThreads().
 

@@ -96,6 +96,9 @@ public:
     /// How many managers, with a network thread each, the running downloads are spread over.
     virtual int downloadThreads() const = 0;
 
+    /// Whether a request is one of these downloads.
+    virtual bool isSpread(const Transfer &transfer) const = 0;
+
     /// Whether a request may be sent by HTTP/2, over TLS.
     virtual bool allowsHttp2(const Transfer &transfer) const = 0;
 

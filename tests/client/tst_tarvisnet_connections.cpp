@@ -87,7 +87,7 @@ Handler onceBefore(const Handler &first, const Handler &then)
 /// A client with downloads on several threads.
 struct ThreadsBench : CheckedBench {
     explicit ThreadsBench(const TransferPolicy &policy = threaded(mostThreads),
-                          Mode mode = Mode::Http)
+                          Mode mode = Mode::Https)
         : CheckedBench(mode, policy)
     {
         // The probe would have connections of its own.
@@ -243,6 +243,7 @@ private Q_SLOTS:
     void downloadsHaveThreads_data();
     void downloadsHaveThreads();
     void othersGoWithTheFirst();
+    void plainDownloadsGoWithTheFirst();
     void idleThreadsGo();
     void cookiesAreShared();
     void jarIsReplaced();
@@ -382,9 +383,10 @@ void tst_TarvisNetConnections::downloadsHaveThreads_data()
 {
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<int>("threads");
+    QTest::addColumn<int>("started");
     for (int threads = 1; threads <= mostThreads; ++threads) {
-        QTest::addRow("%d, HTTP", threads) << Mode::Http << threads;
-        QTest::addRow("%d, HTTPS", threads) << Mode::Https << threads;
+        QTest::addRow("%d, HTTP", threads) << Mode::Http << threads << 1;
+        QTest::addRow("%d, HTTPS", threads) << Mode::Https << threads << threads;
     }
 }
 
@@ -392,12 +394,13 @@ void tst_TarvisNetConnections::downloadsHaveThreads()
 {
     QFETCH(const Mode, mode);
     QFETCH(const int, threads);
+    QFETCH(const int, started);
     ThreadsBench bench(threaded(threads), mode);
     bench.withhold();
     for (int number = 0; number < mostThreads; ++number) {
         bench.download(number);
         QVERIFY(bench.server.waitForRequests(number + 1));
-        QCOMPARE(networkThreads(), std::min(number + 1, threads));
+        QCOMPARE(networkThreads(), std::min(number + 1, started));
     }
     bench.answerWithheld();
     QVERIFY(bench.recorder.waitFor("s_finished", mostThreads));
@@ -416,6 +419,26 @@ void tst_TarvisNetConnections::othersGoWithTheFirst()
     bench.download(0);
     QVERIFY(bench.server.waitForRequests(5));
     QCOMPARE(networkThreads(), 1);
+}
+
+// Nor are they any load.
+void tst_TarvisNetConnections::plainDownloadsGoWithTheFirst()
+{
+    ScriptedServer plain;
+    plain.onRequest(answers::withhold());
+    ThreadsBench bench;
+    bench.withhold();
+    for (const int number : {0, 1}) {
+        bench.client->fetchBinary(plain.url(QString(bench.filePath(number))), bench.saved(number),
+                                  qulonglong(body.size()));
+    }
+    QVERIFY(plain.waitForRequests(2));
+    bench.download(2);
+    QVERIFY(bench.server.waitForRequests(1));
+    QCOMPARE(networkThreads(), 1);
+    bench.download(3);
+    QVERIFY(bench.server.waitForRequests(2));
+    QCOMPARE(networkThreads(), 2);
 }
 
 void tst_TarvisNetConnections::idleThreadsGo()
@@ -712,7 +735,7 @@ void tst_TarvisNetConnections::deletedBehindAReplacedManager()
 {
     QFETCH(const int, threads);
     QFETCH(const QByteArray, kind);
-    ScriptedServer other;
+    ScriptedServer other(Mode::Https);
     HttpResponse held;
     other.onRequest([&held](const HttpRequest &, HttpResponse &response) { held = response; });
     ThreadsBench bench(threaded(threads));
