@@ -12,8 +12,7 @@ void TarvisNetPrivate::dropConnections(QNetworkReply *reply)
     const ActiveCall call(q, managers);
     const QList<QPointer<QNetworkReply>> suspects = suspectsOf(reply);
     managers->distrust(reply->manager());
-    if (managers->isPrimaryDistrusted())
-        replacePrimaryManager();
+    leaveDistrustedManager();
     for (const QPointer<QNetworkReply> &suspect : suspects) {
         if (!suspect || !transfers.contains(suspect))
             continue;
@@ -58,8 +57,10 @@ void TarvisNetPrivate::leaveHttp2ConnectionOf(QNetworkReply *reply)
         managers->distrust(reply->manager());
 }
 
-void TarvisNetPrivate::replacePrimaryManager()
+void TarvisNetPrivate::leaveDistrustedManager()
 {
+    if (!managers->isPrimaryDistrusted())
+        return;
     managers->replacePrimary();
     remotePing->setManager(managers->primary());
     guardProbe();

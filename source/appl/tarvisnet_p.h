@@ -108,11 +108,16 @@ struct TarvisNetPrivate {
     bool file(QNetworkReply *reply, Transfer transfer);
     /// Each sends, and connects its reply to the client.
     QNetworkReply *get(QNetworkAccessManager &manager, const QNetworkRequest &request);
-    QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
-    QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
-    QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
+    QNetworkReply *post(QNetworkAccessManager &manager, const QNetworkRequest &request,
+                        const QByteArray &data);
+    QNetworkReply *path(QNetworkAccessManager &manager, const QNetworkRequest &request,
+                        const QByteArray &data);
+    QNetworkReply *deleteResource(QNetworkAccessManager &manager, const QNetworkRequest &request,
+                                  const QByteArray &data);
     static bool isSentByGet(const QString &replyType);
+    /// The one that the transfer is sent by next: one whose connections are trusted.
     QNetworkAccessManager &managerFor(const Transfer &transfer);
+    QNetworkAccessManager &managerForDownload();
     /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
     /// The request as it is sent for \a transfer, which is made ready for its answer.
@@ -178,7 +183,9 @@ struct TarvisNetPrivate {
     /// are not theirs.
     void dropConnections(QNetworkReply *reply);
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
-    void replacePrimaryManager();
+    /// Has the requests to come, the probe's included, use another primary manager if this one is
+    /// not to be trusted.
+    void leaveDistrustedManager();
     void distrustConnectionOf(QNetworkReply *reply);
     /// No request to come is sent by HTTP/2 over the connection of \a reply, which has failed.
     void leaveHttp2ConnectionOf(QNetworkReply *reply);

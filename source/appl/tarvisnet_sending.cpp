@@ -10,7 +10,8 @@ namespace {
 
 struct Verb {
     QLatin1String replyType;
-    QNetworkReply *(TarvisNetPrivate::*send)(const QNetworkRequest &, const QByteArray &);
+    QNetworkReply *(TarvisNetPrivate::*send)(QNetworkAccessManager &, const QNetworkRequest &,
+                                             const QByteArray &);
 };
 
 constexpr Verb verbsWithBody[] = {
@@ -38,16 +39,25 @@ QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
 {
     transfer.answer = transfer.isGet ? transfer.body : QByteArray();
     const QNetworkRequest request = requestToSend(transfer);
+    QNetworkAccessManager &manager = managerFor(transfer);
     if (transfer.isGet)
-        return get(managerFor(transfer), request);
+        return get(manager, request);
     const Verb *verb = verbWithBody(transfer.record.replyType);
-    return (this->*verb->send)(request, transfer.body);
+    return (this->*verb->send)(manager, request, transfer.body);
 }
 
 QNetworkAccessManager &TarvisNetPrivate::managerFor(const Transfer &transfer)
 {
-    if (!rules->isSpread(transfer))
-        return *managers->primary();
+    leaveDistrustedManager();
+    QNetworkAccessManager &manager =
+        rules->isSpread(transfer) ? managerForDownload() : *managers->primary();
+    if (rules->allowsHttp2(transfer))
+        managers->countHttp2(&manager);
+    return manager;
+}
+
+QNetworkAccessManager &TarvisNetPrivate::managerForDownload()
+{
     QList<QNetworkAccessManager *> running;
     for (auto other = transfers.cbegin(); other != transfers.cend(); ++other) {
         if (rules->isSpread(*other))
@@ -81,20 +91,23 @@ QNetworkReply *TarvisNetPrivate::get(QNetworkAccessManager &manager, const QNetw
     return connected(manager.get(request));
 }
 
-QNetworkReply *TarvisNetPrivate::post(const QNetworkRequest &request, const QByteArray &data)
+QNetworkReply *TarvisNetPrivate::post(QNetworkAccessManager &manager,
+                                      const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(managers->primary()->post(request, data));
+    return connected(manager.post(request, data));
 }
 
-QNetworkReply *TarvisNetPrivate::path(const QNetworkRequest &request, const QByteArray &data)
+QNetworkReply *TarvisNetPrivate::path(QNetworkAccessManager &manager,
+                                      const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(managers->primary()->sendCustomRequest(request, "PATCH", data));
+    return connected(manager.sendCustomRequest(request, "PATCH", data));
 }
 
-QNetworkReply *TarvisNetPrivate::deleteResource(const QNetworkRequest &request,
+QNetworkReply *TarvisNetPrivate::deleteResource(QNetworkAccessManager &manager,
+                                                const QNetworkRequest &request,
                                                 const QByteArray &data)
 {
-    return connected(managers->primary()->sendCustomRequest(request, "DELETE", data));
+    return connected(manager.sendCustomRequest(request, "DELETE", data));
 }
 
 QNetworkReply *TarvisNetPrivate::connected(QNetworkReply *reply) const

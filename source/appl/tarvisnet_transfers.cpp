@@ -143,15 +143,11 @@ void TarvisNetPrivate::attempt(Transfer transfer)
 {
     if (!prepareFile(transfer))
         return;
-    if (managers->isPrimaryDistrusted())
-        replacePrimaryManager();
     ++transfer.attempts;
     // Nobody else asks for it.
     if (rules->isolatesFailures())
         transfer.server = replyinfo::serverOf(transfer.request.url());
     QNetworkReply *reply = send(transfer);
-    if (rules->allowsHttp2(transfer))
-        managers->countHttp2(reply->manager());
     if (!file(reply, transfer))
         return;
     if (replyinfo::isFileKind(transfer.record.replyType))

@@ -239,6 +239,8 @@ private Q_SLOTS:
     void connectionIsLost();
     void connectionsAreUsedAgain_data() { addModes(); }
     void connectionsAreUsedAgain();
+    void uncheckedHopLeavesTheDistrusted_data() { addModes(); }
+    void uncheckedHopLeavesTheDistrusted();
 
     void downloadsHaveThreads_data();
     void downloadsHaveThreads();
@@ -377,6 +379,25 @@ void tst_TarvisNetConnections::connectionsAreUsedAgain()
         QVERIFY(bench.recorder.waitFor("s_finished", round * mostThreads));
     }
     QVERIFY(bench.hasAccepted(mostThreads));
+}
+
+// The connection that the redirect came by is next to one that may still carry an answer.
+void tst_TarvisNetConnections::uncheckedHopLeavesTheDistrusted()
+{
+    QFETCH(const Mode, mode);
+    TransferPolicy policy;
+    policy.setConnectionsKept(true);
+    ThreadsBench bench(policy, mode);
+    bench.server.on("/target", answers::bytes(body));
+    bench.withhold();
+    bench.get({"/slow", "/moved"});
+    QVERIFY(bench.server.waitForRequests(2));
+    bench.client->abortDownload(QString("/slow"));
+    bench.withheld["/moved"].send(302, {{"Location", bench.server.url("/target").toEncoded()}});
+    QVERIFY(bench.recorder.waitFor("s_rawGet"));
+    QCOMPARE(bench.recorder.last("s_rawGet").value(0).toJsonDocument(),
+             QJsonDocument::fromJson(body));
+    QVERIFY(bench.hasAccepted(3));
 }
 
 void tst_TarvisNetConnections::downloadsHaveThreads_data()

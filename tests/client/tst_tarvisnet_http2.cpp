@@ -101,6 +101,8 @@ private Q_SLOTS:
     void keepsCookies();
     void isRedirected_data();
     void isRedirected();
+    void changesConnectionsInTime_data();
+    void changesConnectionsInTime();
     void keepsSecrets();
     void boundsBodies_data();
     void boundsBodies();
@@ -403,6 +405,33 @@ void tst_TarvisNetHttp2::isRedirected()
     const HttpRequest last = bench.server.requests().value(0);
     QCOMPARE(QString(last.method), verb);
     QCOMPARE(last.body, verb == "POST" ? operations::body : QByteArray());
+}
+
+void tst_TarvisNetHttp2::changesConnectionsInTime_data()
+{
+    QTest::addColumn<bool>("checked");
+    QTest::newRow("redirects checked") << true;
+    QTest::newRow("not checked") << false;
+}
+
+// Each hop is one of the requests that a connection serves before the server goes away.
+void tst_TarvisNetHttp2::changesConnectionsInTime()
+{
+    QFETCH(const bool, checked);
+    const int count = 500;
+    TransferPolicy policy = Http2Bench::fast();
+    policy.setRedirectsChecked(checked);
+    Http2Bench bench(policy);
+    bench.http2.on(
+        "/moved",
+        Http2Server::bytes(QByteArray(), 302, {{"location", bench.http2.url("/a").toEncoded()}}));
+    bench.http2.on("/a", Http2Server::bytes(document));
+    for (int i = 0; i < count; ++i)
+        bench.client->rawGet(bench.http2.url(QString("/moved?%1").arg(i)));
+    QVERIFY(bench.waitForEnds(count));
+    QCOMPARE(bench.errors(), QList<int>());
+    QCOMPARE(bench.http2.requestCount(), 2 * count);
+    QCOMPARE(bench.http2.seen().size(), 2);
 }
 
 void tst_TarvisNetHttp2::keepsSecrets()
