@@ -41,6 +41,14 @@ ManagerPool::ManagerPool(const TransferRules &rules)
     m_lines.append({QSharedPointer<QNetworkAccessManager>(rules.newManager()), QDeadlineTimer()});
 }
 
+/// A reply that the application has made itself has another manager.
+ManagerPool::Line *ManagerPool::lineOf(const QNetworkAccessManager *manager)
+{
+    const auto line = std::find_if(m_lines.begin(), m_lines.end(),
+                                   [manager](const Line &one) { return one.manager == manager; });
+    return line == m_lines.end() ? nullptr : &*line;
+}
+
 ManagerPool::Line ManagerPool::newLine() const
 {
     Line line = {QSharedPointer<QNetworkAccessManager>(m_rules.newManager()),
@@ -51,6 +59,7 @@ ManagerPool::Line ManagerPool::newLine() const
 
 QNetworkAccessManager *ManagerPool::forDownload(const QList<QNetworkAccessManager *> &running)
 {
+    dropUnused();
     const auto load = [&running](const Line &line) {
         return line.isDistrusted ? std::numeric_limits<int>::max()
                                  : running.count(line.manager.data());
@@ -66,28 +75,28 @@ QNetworkAccessManager *ManagerPool::forDownload(const QList<QNetworkAccessManage
 
 void ManagerPool::countHttp2(const QNetworkAccessManager *manager)
 {
-    for (Line &line : m_lines) {
-        if (line.manager == manager && ++line.http2Requests == http2RequestsMost)
-            line.isDistrusted = true;
-    }
+    Line *const line = lineOf(manager);
+    if (line && ++line->http2Requests == http2RequestsMost)
+        line->isDistrusted = true;
 }
 
 void ManagerPool::distrust(const QNetworkAccessManager *manager)
 {
-    for (Line &line : m_lines) {
-        if (line.manager == manager)
-            line.isDistrusted = true;
-    }
+    if (Line *const line = lineOf(manager))
+        line->isDistrusted = true;
 }
 
 void ManagerPool::replacePrimary()
 {
     distrust(primary().data());
-    const Line fresh = newLine();
+    auto next = std::find_if(m_lines.begin() + 1, m_lines.end(),
+                             [](const Line &line) { return !line.isDistrusted; });
+    if (next == m_lines.end())
+        next = m_lines.insert(next, newLine());
     // It owns the jar, unless that is the application's.
     if (cookieJar()->parent() == primary().data())
-        cookieJar()->setParent(fresh.manager.data());
-    m_lines.append(std::exchange(m_lines.first(), fresh));
+        cookieJar()->setParent(next->manager.data());
+    std::swap(m_lines.first(), *next);
 }
 
 void ManagerPool::dropUnused()

@@ -27,7 +27,8 @@ public:
     const QSharedPointer<QNetworkAccessManager> &primary() const { return m_lines.first().manager; }
 
     /// The one for the next download, given those of the downloads that are running: the least busy
-    /// one, or a new one where all are busy and there may be more.
+    /// one, or a new one where all are busy and there may be more. Those that are not trusted
+    /// count, too, as long as they have replies.
     QNetworkAccessManager *forDownload(const QList<QNetworkAccessManager *> &running);
 
     /// One more request goes to a server by HTTP/2. The connections of a \a manager that has sent
@@ -37,7 +38,8 @@ public:
     /// No request to come may use the connections of \a manager.
     void distrust(const QNetworkAccessManager *manager);
     bool isPrimaryDistrusted() const { return m_lines.first().isDistrusted; }
-    /// Makes another one the primary one. The replies of the old one go on.
+    /// Makes another one the primary one, if it can one of those that are there: each costs a
+    /// thread. The replies of the old one go on.
     void replacePrimary();
 
     /// Lets go of those that have been idle for a while, and of those that are not trusted; but not
@@ -59,6 +61,8 @@ private:
         int http2Requests = 0;
     };
 
+    /// Null when there is none.
+    Line *lineOf(const QNetworkAccessManager *manager);
     Line newLine() const;
 
     const TransferRules &m_rules;

@@ -106,6 +106,10 @@ private Q_SLOTS:
     void avoidsTheDistrusted();
     void countsTheReplaced();
     void replacesThePrimary();
+    void replacesByWhatIsThere_data();
+    void replacesByWhatIsThere();
+    void replacesOnlyByTheTrusted();
+    void toleratesStrangers();
     void givesUpHttp2BeforeTheServerDoes();
     void countsHttp2ForEachManager();
     void jarHasItsOwner_data();
@@ -183,15 +187,15 @@ void tst_ManagerPool::avoidsTheDistrusted()
     const Manager distrusted = stage.used.at(1);
     stage.pool->distrust(distrusted);
     QVERIFY(!stage.pool->isPrimaryDistrusted());
-    stage.end(1);
     stage.download(10);
-    QVERIFY(!stage.used.contains(distrusted));
-    // It has a thread as long as it is there.
+    QCOMPARE(stage.used.count(distrusted), 1);
+    // It has a thread as long as that one is running.
     QCOMPARE(stage.rules.made(), 3);
 
-    stage.pool->dropUnused();
+    stage.end(1);
     stage.download();
     QCOMPARE(stage.rules.made(), 4);
+    QCOMPARE(stage.rules.alive(), 3);
 }
 
 void tst_ManagerPool::countsTheReplaced()
@@ -222,6 +226,55 @@ void tst_ManagerPool::replacesThePrimary()
     QVERIFY(!stage.pool->isPrimaryDistrusted());
     QCOMPARE(stage.pool->cookieJar(), jar);
     QCOMPARE(stage.download(), stage.primary());
+}
+
+void tst_ManagerPool::replacesByWhatIsThere_data()
+{
+    QTest::addColumn<int>("threads");
+    QTest::addColumn<int>("made");
+    QTest::newRow("nobody else") << 1 << 2;
+    QTest::newRow("one more") << 2 << 2;
+    QTest::newRow("four more") << 5 << 5;
+}
+
+// The downloads of the replaced one are still running.
+void tst_ManagerPool::replacesByWhatIsThere()
+{
+    QFETCH(const int, threads);
+    QFETCH(const int, made);
+    Stage stage(threads);
+    stage.download(2 * threads);
+    const Manager replaced = stage.primary();
+    stage.pool->replacePrimary();
+    stage.download(2 * threads);
+    QCOMPARE(stage.rules.made(), made);
+    QCOMPARE(stage.used.count(replaced), 2);
+    QVERIFY(stage.used.contains(stage.primary()));
+}
+
+void tst_ManagerPool::replacesOnlyByTheTrusted()
+{
+    Stage stage(3);
+    stage.download(3);
+    stage.pool->distrust(stage.used.at(1));
+    stage.pool->replacePrimary();
+    QCOMPARE(stage.primary(), stage.used.at(2));
+    stage.pool->replacePrimary();
+    QVERIFY(!stage.used.contains(stage.primary()));
+    QVERIFY(!stage.pool->isPrimaryDistrusted());
+}
+
+void tst_ManagerPool::toleratesStrangers()
+{
+    Stage stage(2);
+    stage.download(2);
+    const FakeManager stranger;
+    stage.pool->distrust(&stranger);
+    stage.pool->countHttp2(&stranger);
+    stage.pool->distrust(nullptr);
+    stage.download(2);
+    QCOMPARE(stage.usedCount(), 2);
+    QVERIFY(!stage.pool->isPrimaryDistrusted());
 }
 
 void tst_ManagerPool::givesUpHttp2BeforeTheServerDoes()
@@ -284,7 +337,7 @@ void tst_ManagerPool::jarHasItsOwner()
     QVERIFY(isOwners());
     stage.endAll();
     stage.pool->dropUnused();
-    QCOMPARE(stage.rules.alive(), 3);
+    QCOMPARE(stage.rules.alive(), 2);
     QVERIFY(isOwners());
     QCOMPARE(stage.pool->cookieJar(), jar);
     set.setParent(nullptr);
@@ -336,11 +389,11 @@ void tst_ManagerPool::keepsWhatIsUsed()
     stage.pool->distrust(stage.used.last());
     stage.pool->replacePrimary();
     stage.pool->dropUnused();
-    QCOMPARE(stage.rules.alive(), 6);
+    QCOMPARE(stage.rules.alive(), 5);
     // What was used just now is kept too, if it is trusted.
     stage.endAll();
     stage.pool->dropUnused();
-    QCOMPARE(stage.rules.alive(), 4);
+    QCOMPARE(stage.rules.alive(), 3);
 }
 
 void tst_ManagerPool::dropsTheDistrusted()
@@ -388,9 +441,9 @@ void tst_ManagerPool::tellsTheNextDrop()
     stage.endAll();
     stage.pool->dropUnused();
     QVERIFY(stage.pool->nextDrop().isForever());
-    // The replaced one may go at once.
+    // The replaced one is to go too.
     stage.pool->replacePrimary();
-    QVERIFY(stage.pool->nextDrop().hasExpired());
+    QVERIFY(!stage.pool->nextDrop().isForever());
 }
 
 QTEST_GUILESS_MAIN(tst_ManagerPool)
