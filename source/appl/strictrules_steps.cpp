@@ -83,12 +83,20 @@ bool isWithoutHead(const QNetworkReply &reply)
     return replyinfo::httpStatus(&reply) == 0 && replyinfo::mayUseHttp2(reply);
 }
 
-/// Whether the server has done nothing with it, because it takes no more requests on this
-/// connection (GOAWAY), as nginx does after a thousand. Qt does not send it over another one.
+/// Whether the server refuses this request and no other (REFUSED_STREAM). Qt says so by its text
+/// alone, which it does not translate.
+bool isRefused(const QNetworkReply &reply)
+{
+    return reply.error() == QNetworkReply::ProtocolFailure
+        && reply.errorString() == QLatin1String("Server refused a stream");
+}
+
+/// Whether the server has done nothing with it, because it refuses it or takes no more requests on
+/// this connection (GOAWAY), as nginx does after a thousand. Qt does not send it over another one.
 bool isTurnedAway(const QNetworkReply &reply)
 {
     return isWithoutHead(reply)
-        && (reply.error() == QNetworkReply::ContentReSendError
+        && (isRefused(reply) || reply.error() == QNetworkReply::ContentReSendError
             || reply.error() == QNetworkReply::ProtocolUnknownError);
 }
 

@@ -130,9 +130,9 @@ public:
     /// a status 408, 425, 429, 500, 502, 503 or 504; 0 at first. A download goes on where it
     /// stopped. Only the last failure is reported. While a request waits it takes no place among
     /// those that run. POST, PATCH and DELETE are tried again by the client only when a server says
-    /// by HTTP/2 that it has left them aside because it ends the connection (GOAWAY); such a
-    /// request is sent again at least once. But Qt itself repeats any request by HTTP/1.1 whose
-    /// connection is reset before an answer.
+    /// by HTTP/2 that it has left them aside, because it ends the connection (GOAWAY) or refuses
+    /// them (REFUSED_STREAM); such a request is sent again at least once. But Qt itself repeats any
+    /// request by HTTP/1.1 whose connection is reset before an answer.
     int maximumRetries() const;
     void setMaximumRetries(int count); ///< See maximumRetries().
 
@@ -171,7 +171,9 @@ public:
     /// Whether requests over HTTPS use HTTP/2 where the server speaks it; false at first. Those of
     /// one network thread to one server then share one connection. Downloads of 16 MiB and more,
     /// and those of unknown size, always use HTTP/1.1: only there is the memory that they take
-    /// bounded. So does the probe, which asks whether the server answers a new connection, too.
+    /// bounded. So does the probe, which asks whether the server answers a new connection, too. Set
+    /// an idleTimeout() with it: Qt 5.15 may forget a request that it is given while a connection
+    /// ends, and nothing else ends that one.
     bool http2Allowed() const;
     void setHttp2Allowed(bool on); ///< See http2Allowed().
 

@@ -103,7 +103,7 @@ const Break breaks[] = {
     {"reset, settings time-out", reset<4>},
     {"reset, closed", reset<5>},
     {"reset, frame size", reset<6>},
-    {"reset, refused", reset<7>},
+    {"reset, refused", reset<7>, -203, true, true},
     {"reset, cancelled", reset<8>},
     {"reset, compression", reset<9>},
     {"reset, connect", reset<10>, -216},
@@ -234,6 +234,8 @@ private Q_SLOTS:
     void takesNoUpload();
     void losesOneOfMany_data();
     void losesOneOfMany();
+    void refusesAHop_data();
+    void refusesAHop();
     void takesOneAtATime();
     void losesTheConnectionOfMany_data();
     void losesTheConnectionOfMany();
@@ -544,6 +546,7 @@ void tst_FaultsHttp2::losesOneOfMany()
         while (bench.http2.requestCount() >= atOnce && !answers.isEmpty())
             answers.takeFirst()();
     });
+    const bool isRepeated = fault.isUntaken || (isGet && fault.mayPass);
     QStringList expected;
     for (int i = 0; i < count; ++i) {
         const QString path = QString("/%1").arg(i);
@@ -552,15 +555,47 @@ void tst_FaultsHttp2::losesOneOfMany()
             bench.client->rawGet(bench.http2.url(path));
         else
             bench.client->rawPost(bench.http2.url(path), "{}");
-        const bool isLost = i == 2 && !(isGet && fault.mayPass);
+        const bool isLost = i == 2 && !isRepeated;
         expected.append(isLost ? FaultyHttp2::failureOf(path, fault.code)
-                               : QString("%1 s_rawGet {\"path\":\"%1\"}").arg(path));
+                               : QString("%1 %2 {\"path\":\"%1\"}")
+                                     .arg(path, isSentByGet ? "s_rawGet" : "s_rawPost"));
     }
     expected.sort();
     QVERIFY(bench.waitForEnds(count));
     QCOMPARE(bench.ends(), expected);
     QCOMPARE(bench.http2.seen().size(), 2);
-    QCOMPARE(bench.arrivals("/2"), isGet && fault.mayPass ? 2 : 1);
+    QCOMPARE(bench.arrivals("/2"), isRepeated ? 2 : 1);
+}
+
+void tst_FaultsHttp2::refusesAHop_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("verb");
+    QTest::newRow("303") << 303 << "GET";
+    QTest::newRow("307") << 307 << "POST";
+}
+
+// The one that was redirected has been taken, and is not sent again.
+void tst_FaultsHttp2::refusesAHop()
+{
+    QFETCH(const int, status);
+    QFETCH(const QString, verb);
+    FaultyHttp2 bench;
+    const RequestKind kind = requestkinds::of(replies::raw_post);
+    bench.http2.on("/fault",
+                   Http2Server::bytes(QByteArray(), status, {{"location", "/elsewhere"}}));
+    const Handler refuse = [](const HttpRequest &, Http2Response &response) {
+        response.reset(Http2Response::RefusedStream);
+    };
+    bench.http2.on("/elsewhere", {refuse, FaultyHttp2::right(kind)});
+    bench.start(kind);
+    QVERIFY(bench.waitForEnds());
+    QCOMPARE(bench.ends(), QStringList{FaultyHttp2::resultOf(kind)});
+    QCOMPARE(bench.http2.seen(),
+             QStringList({QString("h2: POST /fault, %1 /elsewhere").arg(verb),
+                          QString("h2: %1 /elsewhere").arg(verb)}));
+    const QList<HttpRequest> hops = bench.http2.requests("/elsewhere");
+    QCOMPARE(hops.last().body, verb == "GET" ? QByteArray() : operations::body);
 }
 
 void tst_FaultsHttp2::takesOneAtATime()
