@@ -53,7 +53,6 @@ struct TarvisNetPrivate {
     QNetworkRequest request(const QUrl &url, QLatin1String contentType) const;
     /// The same with a user agent.
     QNetworkRequest documentRequest(const QUrl &url, QLatin1String contentType) const;
-    /// The request for a file.
     QNetworkRequest fileRequest(const QUrl &url, QLatin1String contentType, QLatin1String replyType,
                                 AddressForm form) const;
     /// The server's address without a path.
@@ -108,24 +107,20 @@ struct TarvisNetPrivate {
     bool file(QNetworkReply *reply, Transfer transfer);
     /// Each sends, and connects its reply to the client.
     QNetworkReply *get(QNetworkAccessManager &manager, const QNetworkRequest &request);
-    QNetworkReply *post(QNetworkAccessManager &manager, const QNetworkRequest &request,
-                        const QByteArray &data);
-    QNetworkReply *path(QNetworkAccessManager &manager, const QNetworkRequest &request,
-                        const QByteArray &data);
-    QNetworkReply *deleteResource(QNetworkAccessManager &manager, const QNetworkRequest &request,
-                                  const QByteArray &data);
+    QNetworkReply *post(const QNetworkRequest &request, const QByteArray &data);
+    QNetworkReply *path(const QNetworkRequest &request, const QByteArray &data);
+    QNetworkReply *deleteResource(const QNetworkRequest &request, const QByteArray &data);
     static bool isSentByGet(const QString &replyType);
-    /// The one that the transfer is sent by next: one whose connections are trusted.
+    /// One whose connections are trusted.
     QNetworkAccessManager &managerFor(const Transfer &transfer);
     QNetworkAccessManager &managerForDownload();
-    /// Sends with the verb of the record's kind.
     QNetworkReply *send(Transfer &transfer);
     /// The request as it is sent for \a transfer, which is made ready for its answer.
     QNetworkRequest requestToSend(Transfer &transfer) const;
     QNetworkReply *connected(QNetworkReply *reply) const;
     void createReplyConnections(QNetworkReply *reply) const;
-    /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it.
-    /// Returns that reply, which is to be settled next; null at the end.
+    /// Delivers a finished reply, or hands its answer back to the reply that was redirected to it
+    /// and is to be settled next; null at the end.
     QNetworkReply *settle(const char *function, QNetworkReply *reply);
     QNetworkReply *handBack(const char *function, const Transfer &hop);
     /// The transfer that follows a redirect of \a source, which then only waits for it.
@@ -179,12 +174,10 @@ struct TarvisNetPrivate {
                       const char *reason) const;
     void placeFreed();
     void expire(QNetworkReply *reply);
-    /// Has all requests to come use new connections, and settles those that may get answers which
-    /// are not theirs.
+    /// Has requests to come use new connections, and settles those that may get wrong answers.
     void dropConnections(QNetworkReply *reply);
     QList<QPointer<QNetworkReply>> suspectsOf(QNetworkReply *reply) const;
-    /// Has the requests to come, the probe's included, use another primary manager if this one is
-    /// not to be trusted.
+    /// Has the requests to come, and the probe, leave a primary manager that is not trusted.
     void leaveDistrustedManager();
     void distrustConnectionOf(QNetworkReply *reply);
     /// No request to come is sent by HTTP/2 over the connection of \a reply, which has failed.

@@ -10,8 +10,7 @@ namespace {
 
 struct Verb {
     QLatin1String replyType;
-    QNetworkReply *(TarvisNetPrivate::*send)(QNetworkAccessManager &, const QNetworkRequest &,
-                                             const QByteArray &);
+    QNetworkReply *(TarvisNetPrivate::*send)(const QNetworkRequest &, const QByteArray &);
 };
 
 constexpr Verb verbsWithBody[] = {
@@ -34,7 +33,8 @@ bool TarvisNetPrivate::isSentByGet(const QString &replyType)
     return !verbWithBody(replyType);
 }
 
-/// What a GET was given as its body has always been the beginning of its answer.
+/// What a GET was given as its body has always been the beginning of its answer. Only a GET may
+/// have another manager than the primary one.
 QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
 {
     transfer.answer = transfer.isGet ? transfer.body : QByteArray();
@@ -43,7 +43,7 @@ QNetworkReply *TarvisNetPrivate::send(Transfer &transfer)
     if (transfer.isGet)
         return get(manager, request);
     const Verb *verb = verbWithBody(transfer.record.replyType);
-    return (this->*verb->send)(manager, request, transfer.body);
+    return (this->*verb->send)(request, transfer.body);
 }
 
 QNetworkAccessManager &TarvisNetPrivate::managerFor(const Transfer &transfer)
@@ -91,23 +91,20 @@ QNetworkReply *TarvisNetPrivate::get(QNetworkAccessManager &manager, const QNetw
     return connected(manager.get(request));
 }
 
-QNetworkReply *TarvisNetPrivate::post(QNetworkAccessManager &manager,
-                                      const QNetworkRequest &request, const QByteArray &data)
+QNetworkReply *TarvisNetPrivate::post(const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(manager.post(request, data));
+    return connected(managers->primary()->post(request, data));
 }
 
-QNetworkReply *TarvisNetPrivate::path(QNetworkAccessManager &manager,
-                                      const QNetworkRequest &request, const QByteArray &data)
+QNetworkReply *TarvisNetPrivate::path(const QNetworkRequest &request, const QByteArray &data)
 {
-    return connected(manager.sendCustomRequest(request, "PATCH", data));
+    return connected(managers->primary()->sendCustomRequest(request, "PATCH", data));
 }
 
-QNetworkReply *TarvisNetPrivate::deleteResource(QNetworkAccessManager &manager,
-                                                const QNetworkRequest &request,
+QNetworkReply *TarvisNetPrivate::deleteResource(const QNetworkRequest &request,
                                                 const QByteArray &data)
 {
-    return connected(manager.sendCustomRequest(request, "DELETE", data));
+    return connected(managers->primary()->sendCustomRequest(request, "DELETE", data));
 }
 
 QNetworkReply *TarvisNetPrivate::connected(QNetworkReply *reply) const
