@@ -68,10 +68,22 @@ bool CheckedFile::openFile()
     if (m_file && m_file->isInPlace())
         return true;
     release();
+    removeLeftCopy();
     m_file = TemporaryFile::open(m_data.tempFilePath);
     if (m_file && m_wanted)
         m_hash.reset(new FollowingHash(m_wanted->algorithm, m_file, m_work));
     return !m_file.isNull();
+}
+
+/// Of a program that was killed while it put the file in place.
+void CheckedFile::removeLeftCopy()
+{
+    QSharedPointer<TemporaryFile> copy = TemporaryFile::find(copyPath(m_data.filePath));
+    if (!copy)
+        return;
+    m_beingFreed += copy->size();
+    copy->remove();
+    closeInBackground(std::move(copy));
 }
 
 std::optional<ResumePoint> CheckedFile::usableBeginning() const

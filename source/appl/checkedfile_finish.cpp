@@ -47,8 +47,9 @@ void CheckedFile::putInPlace()
 {
     const auto isDone = QSharedPointer<bool>::create(false);
     const auto job = [isDone, file = m_file, size = m_received, destination = m_data.filePath,
+                      copy = copyPath(m_data.filePath),
                       companion = companionPath(m_data.tempFilePath)](const auto &isCancelled) {
-        *isDone = replacement::putInPlace(*file, size, destination, isCancelled);
+        *isDone = replacement::putInPlace(*file, size, destination, copy, isCancelled);
         if (*isDone)
             QFile::remove(companion);
     };
@@ -109,15 +110,20 @@ void CheckedFile::removeFile()
     release();
 }
 
-/// Closing the file may free it, which takes its time.
 void CheckedFile::release()
 {
     m_hash.reset();
     if (!m_file)
         return;
     m_file->unlock();
-    m_work->run([file = std::move(m_file)](const auto &) {}, nullptr);
+    closeInBackground(std::move(m_file));
     m_file.reset();
+}
+
+/// That may free it, which takes its time.
+void CheckedFile::closeInBackground(QSharedPointer<TemporaryFile> file) const
+{
+    m_work->run([file = std::move(file)](const auto &) {}, nullptr);
 }
 
 void CheckedFile::removeCompanion() const

@@ -24,6 +24,20 @@ QString directoryOf(const QString &path)
     return directory.isEmpty() ? file.absolutePath() : directory;
 }
 
+/// The file of \a destination in \a directory, or beside it if that is empty.
+QString namedAfter(const QString &destination, const QString &directory, QLatin1String ending)
+{
+    constexpr int digestSize = 16;
+    const QByteArray digest = QCryptographicHash::hash(CheckedFile::identity(destination).toUtf8(),
+                                                       QCryptographicHash::Sha256)
+                                  .left(digestSize)
+                                  .toHex();
+    const QDir home(directory.isEmpty() ? directoryOf(destination) : directory);
+    // Appended, not formatted: the name may itself contain what looks like a place to fill in.
+    return home.absoluteFilePath(shortName(destination)) + QLatin1Char('.')
+        + QString::fromLatin1(digest) + ending + general::temp_file_suffix;
+}
+
 } // namespace
 
 bool CheckedFile::isHash(const QString &text)
@@ -33,15 +47,12 @@ bool CheckedFile::isHash(const QString &text)
 
 QString CheckedFile::temporaryPath(const QString &directory, const QString &destination)
 {
-    constexpr int digestSize = 16;
-    const QByteArray digest =
-        QCryptographicHash::hash(identity(destination).toUtf8(), QCryptographicHash::Sha256)
-            .left(digestSize)
-            .toHex();
-    const QDir home(directory.isEmpty() ? directoryOf(destination) : directory);
-    // Appended, not formatted: the name may itself contain what looks like a place to fill in.
-    return home.absoluteFilePath(shortName(destination)) + QLatin1Char('.')
-        + QString::fromLatin1(digest) + QLatin1Char('.') + general::temp_file_suffix;
+    return namedAfter(destination, directory, QLatin1String("."));
+}
+
+QString CheckedFile::copyPath(const QString &destination)
+{
+    return namedAfter(destination, QString(), QLatin1String(".copy."));
 }
 
 QString CheckedFile::companionPath(const QString &temporaryPath)

@@ -71,6 +71,8 @@ public:
     /// Where the file \a destination grows, in \a directory or, if that is empty, beside it. No two
     /// destinations share it.
     static QString temporaryPath(const QString &directory, const QString &destination);
+    /// Where it is copied to on the way from another file system. No two destinations share it.
+    static QString copyPath(const QString &destination);
     /// Where it is kept what the file \a temporaryPath is the beginning of.
     static QString companionPath(const QString &temporaryPath);
     /// Equal for the same file, however its path is spelt.
@@ -80,6 +82,7 @@ private:
     Q_DISABLE_COPY(CheckedFile)
 
     bool openFile();
+    void removeLeftCopy();
     std::optional<ResumePoint> usableBeginning() const;
     void lookAtBeginning();
     void setHeaders(QNetworkRequest &request) const;
@@ -100,6 +103,7 @@ private:
     bool truncate(qint64 size);
     void removeFile();
     void release();
+    void closeInBackground(QSharedPointer<TemporaryFile> file) const;
     void removeCompanion() const;
 
     const FileData m_data;

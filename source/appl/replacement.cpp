@@ -1,11 +1,9 @@
 #include "replacement_p.h"
 
-#include "records.h"
 #include "temporaryfile_p.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QRandomGenerator>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,47 +18,10 @@ namespace {
 
 constexpr mode_t everyone = TemporaryFile::ownerOnly | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
 
-QString nameBeside(const QString &destination)
-{
-    return QFileInfo(destination).path()
-        + QStringLiteral("/.%1.").arg(QRandomGenerator::system()->generate64(), 16, 16,
-                                      QLatin1Char('0'))
-        + general::temp_file_suffix;
-}
-
 bool isMoved(const QString &from, const QString &to)
 {
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
-
-/// A new file beside the destination, removed unless it is moved there.
-class NewFile {
-public:
-    NewFile(const QString &destination, mode_t mode)
-        : m_path(nameBeside(destination))
-        , m_descriptor(m_path, O_RDWR | O_CREAT | O_EXCL, mode)
-    {
-    }
-    ~NewFile()
-    {
-        if (m_descriptor.isOpen() && !m_isMoved)
-            unlink(QFile::encodeName(m_path).constData());
-    }
-
-    const Descriptor &descriptor() const { return m_descriptor; }
-    bool moveTo(const QString &destination)
-    {
-        m_isMoved = isMoved(m_path, destination);
-        return m_isMoved;
-    }
-
-private:
-    Q_DISABLE_COPY(NewFile)
-
-    const QString m_path;
-    const Descriptor m_descriptor;
-    bool m_isMoved = false;
-};
 
 mode_t permissionsOf(const Descriptor &file)
 {
@@ -69,31 +30,34 @@ mode_t permissionsOf(const Descriptor &file)
 
 /// Those that any new file gets there; nothing where none can be made. Asking for the umask would
 /// mean changing it, for every thread.
-std::optional<mode_t> usualPermissions(const QString &destination)
+std::optional<mode_t> usualPermissions(const QString &destination, const QString &copyPath)
 {
-    // A file without a name is not left behind when the program is killed. Not every file system
-    // has such files, and Linux before 6.0 forgot the umask for some.
+    // Not every file system has files without a name, and Linux before 6.0 forgot the umask for
+    // some.
     const Descriptor nameless(QFileInfo(destination).path(), O_WRONLY | O_TMPFILE, everyone);
     const mode_t mode = permissionsOf(nameless);
     if (mode != 0 && mode != everyone)
         return mode;
-    const NewFile example(destination, everyone);
-    return example.descriptor().isOpen() ? std::optional(permissionsOf(example.descriptor()))
-                                         : std::nullopt;
+    const Descriptor example(copyPath, O_RDWR | O_CREAT | O_EXCL, everyone);
+    if (!example.isOpen())
+        return std::nullopt;
+    unlink(QFile::encodeName(copyPath).constData());
+    return permissionsOf(example);
 }
 
 /// Nothing where no file can be put.
-std::optional<mode_t> permissionsFor(const QString &destination, const Descriptor &replaced)
+std::optional<mode_t> permissionsFor(const QString &destination, const QString &copyPath,
+                                     const Descriptor &replaced)
 {
     const mode_t old = replaced.about().st_mode;
     if (S_ISDIR(old))
         return std::nullopt;
     if (S_ISREG(old))
         return old & (S_IRWXU | S_IRWXG | S_IRWXO);
-    return usualPermissions(destination);
+    return usualPermissions(destination, copyPath);
 }
 
-bool copy(const TemporaryFile &from, qint64 size, const Descriptor &to,
+bool copy(const TemporaryFile &from, qint64 size, TemporaryFile &to,
           const std::atomic_bool &isCancelled)
 {
     for (qint64 at = 0; at < size; at += TemporaryFile::pieceSize) {
@@ -105,18 +69,21 @@ bool copy(const TemporaryFile &from, qint64 size, const Descriptor &to,
     return true;
 }
 
-bool replaceByCopy(TemporaryFile &file, qint64 size, const QString &destination, mode_t mode,
-                   const std::atomic_bool &isCancelled)
+/// The copy is locked like the file: nobody else writes to it, or moves it.
+bool replaceByCopy(TemporaryFile &file, qint64 size, const QString &destination,
+                   const QString &copyPath, mode_t mode, const std::atomic_bool &isCancelled)
 {
-    NewFile beside(destination, TemporaryFile::ownerOnly);
-    if (!beside.descriptor().isOpen() || !copy(file, size, beside.descriptor(), isCancelled)
-        || fchmod(beside.descriptor().number(), mode) != 0) {
+    const QSharedPointer<TemporaryFile> beside = TemporaryFile::open(copyPath);
+    if (!beside)
         return false;
-    }
-    if (!file.commit([&] { return beside.moveTo(destination); }))
-        return false;
-    file.remove();
-    return true;
+    const bool isDone = beside->truncate(0) && copy(file, size, *beside, isCancelled)
+        && beside->setPermissions(mode)
+        && file.commit([&] { return beside->isInPlace() && isMoved(copyPath, destination); });
+    if (isDone)
+        file.remove();
+    else
+        beside->remove();
+    return isDone;
 }
 
 /// Nothing is known of a path that leads nowhere; it counts as endless.
@@ -131,11 +98,11 @@ qint64 freeBytes(const QString &path)
 } // namespace
 
 bool replacement::putInPlace(TemporaryFile &file, qint64 size, const QString &destination,
-                             const std::atomic_bool &isCancelled)
+                             const QString &copyPath, const std::atomic_bool &isCancelled)
 {
     // While it is open its blocks are not freed, and replacing it takes no time.
     const Descriptor replaced(destination, O_PATH | O_NOFOLLOW);
-    const std::optional<mode_t> mode = permissionsFor(destination, replaced);
+    const std::optional<mode_t> mode = permissionsFor(destination, copyPath, replaced);
     if (!mode || isCancelled || !file.isInPlace() || file.size() != size
         || !file.setPermissions(*mode)) {
         return false;
@@ -149,7 +116,7 @@ bool replacement::putInPlace(TemporaryFile &file, qint64 size, const QString &de
     if (isDone)
         return true;
     file.setPermissions(TemporaryFile::ownerOnly);
-    return error == EXDEV && replaceByCopy(file, size, destination, *mode, isCancelled);
+    return error == EXDEV && replaceByCopy(file, size, destination, copyPath, *mode, isCancelled);
 }
 
 bool replacement::hasRoom(const TemporaryFile &file, qint64 total, const QString &destination,
@@ -161,5 +128,5 @@ bool replacement::hasRoom(const TemporaryFile &file, qint64 total, const QString
         return false;
     const Descriptor here(directory, O_PATH);
     const Descriptor there(target, O_PATH);
-    return here.about().st_dev == there.about().st_dev || total <= freeBytes(target);
+    return here.about().st_dev == there.about().st_dev || total <= freeBytes(target) + beingFreed;
 }

@@ -138,10 +138,14 @@ bool TarvisNet::removeTemporaryFile(QString _filePath)
 {
     if (_filePath.isEmpty())
         return false;
-    const QString path = isTemporaryPath(_filePath) ? _filePath : d->temporaryPath(_filePath);
+    const bool isDestination = !isTemporaryPath(_filePath);
+    const QString path = isDestination ? d->temporaryPath(_filePath) : _filePath;
+    const bool isCopyRemoved =
+        isDestination && d->rules->checksFiles() && QFile::remove(CheckedFile::copyPath(_filePath));
     if (!QFileInfo::exists(path)) {
-        clientLog.debug(Q_FUNC_INFO) << "File:" << _filePath << " not exist";
-        return false;
+        if (!isCopyRemoved)
+            clientLog.debug(Q_FUNC_INFO) << "File:" << _filePath << " not exist";
+        return isCopyRemoved;
     }
     if (!QFile::remove(path)) {
         clientLog.warning(Q_FUNC_INFO) << "Unable to remove temporary download file";

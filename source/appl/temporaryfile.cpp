@@ -10,10 +10,20 @@
 
 QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
 {
+    return locked(path, O_CREAT);
+}
+
+QSharedPointer<TemporaryFile> TemporaryFile::find(const QString &path)
+{
+    return locked(path, 0);
+}
+
+QSharedPointer<TemporaryFile> TemporaryFile::locked(const QString &path, int flags)
+{
     // Whoever had it locked may have moved it away before letting go of it.
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        const QSharedPointer<TemporaryFile> file(new TemporaryFile(path));
+        const QSharedPointer<TemporaryFile> file(new TemporaryFile(path, flags));
         if (!file->m_descriptor.isOpen() || !file->lock())
             break;
         if (file->isInPlace()) {
@@ -25,9 +35,9 @@ QSharedPointer<TemporaryFile> TemporaryFile::open(const QString &path)
 }
 
 // Without O_NONBLOCK a named pipe might wait for its reader.
-TemporaryFile::TemporaryFile(const QString &path)
+TemporaryFile::TemporaryFile(const QString &path, int flags)
     : m_path(path)
-    , m_descriptor(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, ownerOnly)
+    , m_descriptor(path, flags | O_RDWR | O_NOFOLLOW | O_NONBLOCK, ownerOnly)
 {
 }
 

@@ -22,6 +22,8 @@ public:
     /// process or elsewhere, and if it cannot be trusted: a link, something that is no plain file,
     /// a file of several names or of somebody else.
     static QSharedPointer<TemporaryFile> open(const QString &path);
+    /// The same, but makes none.
+    static QSharedPointer<TemporaryFile> find(const QString &path);
     /// Frees a file that has no name any more, which for a large one takes its time.
     ~TemporaryFile() = default;
 
@@ -48,8 +50,10 @@ public:
 private:
     Q_DISABLE_COPY(TemporaryFile)
 
-    explicit TemporaryFile(const QString &path);
+    /// \a flags are those for open() in which open() and find() differ.
+    TemporaryFile(const QString &path, int flags);
 
+    static QSharedPointer<TemporaryFile> locked(const QString &path, int flags);
     bool lock();
     bool isTrustworthy() const;
 

@@ -121,8 +121,7 @@ qint64 playStrictly(const Options &options, QTextStream &out)
     const Tally tally =
         playAll<StrictRun>(options, out, [&sum](StrictRun &run) { sum.add(run.figures()); });
     out << sum.downloads << " downloads, the first with the seed " << options.seed << ", "
-        << sum.requests << " requests, " << sum.kills << " kills, " << sum.orphans
-        << " empty files left by them, ended:";
+        << sum.requests << " requests, " << sum.kills << " kills, ended:";
     for (auto outcome = sum.outcomes.begin(); outcome != sum.outcomes.end(); ++outcome)
         out << ' ' << outcome.key() << ' ' << outcome.value() << ',';
     out << " longest pause of the event loop " << sum.pauseMsec << " ms, " << tally.failed << " of "

@@ -14,8 +14,6 @@ struct StrictFigures {
     qint64 downloads = 0;
     qint64 requests = 0;
     qint64 kills = 0;
-    /// Empty files without a name of their own that a kill left beside a destination.
-    qint64 orphans = 0;
     /// Longest one of the event loop of a program that was not killed.
     qint64 pauseMsec = 0;
     /// How often a request ended so; errors with their code.
@@ -71,6 +69,8 @@ private:
 
     Dice m_dice;
     QTemporaryDir m_directory;
+    /// On another file system, where there is one.
+    QTemporaryDir m_otherDisk;
     QDir m_home;
     QDir m_temporary;
     ScriptedServer m_plain{ScriptedServer::Mode::Http};

@@ -111,6 +111,7 @@ private Q_SLOTS:
     void isNobodyElsesBusiness();
     void neverFollowsALink();
     void removesTemporaryFiles();
+    void removesCopies();
     void namesNeverCollide();
     void fetchesManyAtOnce();
     void endsWhileChecking_data();
@@ -377,6 +378,30 @@ void tst_TarvisNetDestinations::removesTemporaryFiles()
             QVERIFY(!bench.client->removeTemporaryFile(bench.destination()));
         }
     }
+}
+
+// What a kill leaves on the way from another file system.
+void tst_TarvisNetDestinations::removesCopies()
+{
+    Bench bench;
+    bench.answer({cut});
+    bench.fetch(10);
+    QVERIFY(bench.waitForEnds());
+    const QString copy = bench.path("saved/" + QFileInfo(bench.temporary()).fileName())
+                             .replace(".vtxdownload", ".copy.vtxdownload");
+    // With a beginning, and without.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        files::write(copy, "a half");
+        QVERIFY(bench.client->removeTemporaryFile(bench.destination()));
+        QCOMPARE(bench.namesIn("saved"), QStringList());
+        QCOMPARE(bench.namesIn("temporary"), QStringList());
+        QVERIFY(!bench.client->removeTemporaryFile(bench.destination()));
+    }
+    // Who names one temporary file means no other.
+    files::write(copy, "a half");
+    QVERIFY(!bench.client->removeTemporaryFile(bench.path("temporary/tool.vtxdownload")));
+    QVERIFY(bench.client->removeTemporaryFile(copy));
+    QCOMPARE(bench.namesIn("saved"), QStringList());
 }
 
 // Of the same name in several folders, and of names of which only the ends differ.

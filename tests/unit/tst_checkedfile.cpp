@@ -4,6 +4,7 @@
 #include "fakereply.h"
 #include "files.h"
 #include "filesizelimit.h"
+#include "replacement_p.h"
 #include "temporaryfile_p.h"
 
 #include <QtCore/QDir>
@@ -13,11 +14,13 @@
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtTest/QTest>
 
+#include <csignal>
 #include <limits>
 #include <memory>
 
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using Verdict = CheckedFile::Verdict;
@@ -70,6 +73,7 @@ struct Bench {
     }
 
     QString companion() const { return CheckedFile::companionPath(data.tempFilePath); }
+    QString copy() const { return CheckedFile::copyPath(data.filePath); }
     QByteArray temporary() const { return files::read(data.tempFilePath); }
     QByteArray destination() const { return files::read(data.filePath); }
     /// Whether nothing is left of the download, wherever it was.
@@ -225,6 +229,10 @@ private Q_SLOTS:
     void replacesFromAnotherDisk();
     void leavesNoHalfCopy();
     void leavesNoCancelledCopy();
+    void sharesNoCopy();
+    void removesACopyThatIsLeft_data();
+    void removesACopyThatIsLeft();
+    void removesTheCopyOfAKilledProgram();
     void refusesWhatTheOtherDiskHasNoRoomFor();
     void reportsLater();
     void reportsNothingOnceItIsGone();
@@ -234,6 +242,7 @@ private Q_SLOTS:
     void isHash();
     void temporaryPath_data();
     void temporaryPath();
+    void copyPath();
     void identity();
 };
 
@@ -807,7 +816,7 @@ void tst_CheckedFile::leavesNoCancelledCopy()
     bench.file->finish(bench.reply.get(), [](Verdict) { QFAIL("it is gone"); });
     const auto hasBegun = [&bench] {
         const QStringList names = bench.names();
-        return !names.isEmpty() && names.first() != "destination";
+        return names == QStringList(QFileInfo(bench.copy()).fileName());
     };
     while (!hasBegun())
         QThread::yieldCurrentThread();
@@ -815,6 +824,92 @@ void tst_CheckedFile::leavesNoCancelledCopy()
     bench.work.reset();
     QCOMPARE(bench.names(), QStringList());
     QVERIFY(bench.temporary() == large);
+}
+
+// Two programs that put the same file in place: one of them does.
+void tst_CheckedFile::sharesNoCopy()
+{
+    const OtherDisk disk;
+    if (!disk.isOther())
+        QSKIP("needs a second file system");
+    Bench bench(disk.path());
+    files::write(bench.data.filePath, "old");
+    QSharedPointer<TemporaryFile> other = TemporaryFile::open(bench.copy());
+    QCOMPARE(other->write(0, "of another"), 10);
+    QCOMPARE(bench.fetch({200, {{"ETag", tag}}, {content}}), Verdict::WriteFailed);
+    QCOMPARE(bench.destination(), QByteArray("old"));
+    QCOMPARE(bench.temporary(), content);
+    QVERIFY(other->isInPlace());
+    QCOMPARE(other->read(0, 100), QByteArray("of another"));
+    // The other one was killed.
+    other.reset();
+    bench.start();
+    QCOMPARE(bench.fetch(restFrom(9)), Verdict::Good);
+    QCOMPARE(bench.destination(), content);
+    QCOMPARE(bench.names(), QStringList("destination"));
+}
+
+void tst_CheckedFile::removesACopyThatIsLeft_data()
+{
+    QTest::addColumn<bool>("isFromOtherDisk");
+    QTest::addColumn<Reply>("reply");
+    QTest::addColumn<Verdict>("verdict");
+    for (const bool isFromOtherDisk : {true, false}) {
+        const char *disk = isFromOtherDisk ? "two disks" : "one disk";
+        QTest::addRow("%s", disk) << isFromOtherDisk << Reply{200, {}, {content}} << Verdict::Good;
+        QTest::addRow("%s, not found", disk)
+            << isFromOtherDisk << Reply{204, {}, {}} << Verdict::NoFile;
+    }
+}
+
+// Whoever fetches the file next finds it.
+void tst_CheckedFile::removesACopyThatIsLeft()
+{
+    QFETCH(const bool, isFromOtherDisk);
+    QFETCH(const Reply, reply);
+    QFETCH(const Verdict, verdict);
+    const OtherDisk disk;
+    if (isFromOtherDisk && !disk.isOther())
+        QSKIP("needs a second file system");
+    Bench bench(isFromOtherDisk ? disk.path() : QString());
+    files::write(bench.copy(), "longer than the whole file");
+    QCOMPARE(bench.prepare(), Verdict::Good);
+    QVERIFY(!QFileInfo::exists(bench.copy()));
+    // It may also be left later, by another program.
+    files::write(bench.copy(), isFromOtherDisk ? "longer than the whole file" : QByteArray());
+    bench.take(reply);
+    QCOMPARE(bench.finish(), verdict);
+    QCOMPARE(bench.destination(), verdict == Verdict::Good ? content : QByteArray());
+    QVERIFY(bench.isClean());
+}
+
+void tst_CheckedFile::removesTheCopyOfAKilledProgram()
+{
+    const OtherDisk disk;
+    if (!disk.isOther())
+        QSKIP("needs a second file system");
+    // Full of holes, and long enough to be killed over.
+    constexpr qint64 size = 1024 * MiB;
+    Bench bench(disk.path());
+    files::write(bench.data.tempFilePath, "0");
+    QVERIFY(QFile::resize(bench.data.tempFilePath, size));
+    const pid_t program = fork();
+    if (program == 0) {
+        const std::atomic_bool isCancelled{false};
+        const auto file = TemporaryFile::open(bench.data.tempFilePath);
+        replacement::putInPlace(*file, size, bench.data.filePath, bench.copy(), isCancelled);
+        _exit(0);
+    }
+    while (QFileInfo(bench.copy()).size() == 0)
+        QThread::yieldCurrentThread();
+    kill(program, SIGKILL);
+    QCOMPARE(waitpid(program, nullptr, 0), program);
+    QCOMPARE(bench.names(), QStringList(QFileInfo(bench.copy()).fileName()));
+    QCOMPARE(permissionsOf(bench.copy()), TemporaryFile::ownerOnly);
+    QCOMPARE(bench.fetch({200, {}, {content}}), Verdict::Good);
+    QCOMPARE(bench.destination(), content);
+    QCOMPARE(bench.names(), QStringList("destination"));
+    QVERIFY(bench.isClean());
 }
 
 void tst_CheckedFile::refusesWhatTheOtherDiskHasNoRoomFor()
@@ -975,6 +1070,21 @@ void tst_CheckedFile::temporaryPath()
     // However it is spelt.
     QCOMPARE(CheckedFile::temporaryPath(elsewhere.path(), home.path() + "/./no/../" + name),
              there.filePath());
+}
+
+void tst_CheckedFile::copyPath()
+{
+    const QTemporaryDir home;
+    const QString destination = home.filePath("a.zip");
+    const QFileInfo copy(CheckedFile::copyPath(destination));
+    QCOMPARE(copy.path(), home.path());
+    QCOMPARE(copy.suffix(), QString(general::temp_file_suffix));
+    QVERIFY(copy.filePath() != CheckedFile::temporaryPath(QString(), destination));
+    QVERIFY(CheckedFile::copyPath(home.filePath("b.zip")) != copy.filePath());
+    QCOMPARE(CheckedFile::copyPath(home.path() + "/./no/../a.zip"), copy.filePath());
+    const QString longName = home.filePath(QString(80, QChar(0x4e2d)));
+    const QByteArray longest = QFile::encodeName(CheckedFile::copyPath(longName));
+    QVERIFY(longest.size() - longest.lastIndexOf('/') <= 256);
 }
 
 void tst_CheckedFile::identity()

@@ -25,6 +25,7 @@ class tst_TemporaryFile : public QObject {
 private Q_SLOTS:
     void makesAFileForItsOwnerOnly();
     void keepsWhatIsThere();
+    void findsWhatIsThere();
     void refuses_data();
     void refuses();
     void isNobodyElses();
@@ -66,6 +67,19 @@ void tst_TemporaryFile::keepsWhatIsThere()
     QVERIFY(file->truncate(4));
     QCOMPARE(file->write(4, "!"), 1);
     QCOMPARE(files::read(path), QByteArray("cont!"));
+}
+
+void tst_TemporaryFile::findsWhatIsThere()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("file");
+    QVERIFY(!TemporaryFile::find(path));
+    QVERIFY(!QFileInfo::exists(path));
+    files::write(path, "content");
+    const QSharedPointer<TemporaryFile> file = TemporaryFile::find(path);
+    QVERIFY(file);
+    QCOMPARE(file->read(0, 100), QByteArray("content"));
+    QVERIFY(!TemporaryFile::find(path));
 }
 
 void tst_TemporaryFile::refuses_data()
@@ -110,6 +124,7 @@ void tst_TemporaryFile::refuses()
     if (!prepare(QFile::encodeName(path), QFile::encodeName(target)))
         QSKIP("needs more rights");
     QVERIFY(!TemporaryFile::open(path));
+    QVERIFY(!TemporaryFile::find(path));
     QCOMPARE(files::read(target), QByteArray("target"));
     QVERIFY(!QFileInfo::exists(target + '2'));
 }
