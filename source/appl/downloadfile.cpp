@@ -1,5 +1,7 @@
 #include "downloadfile_p.h"
 
+#include "temporaryfile_p.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtNetwork/QNetworkReply>
@@ -9,13 +11,9 @@
 
 namespace {
 
-// Small enough to stay in the processor's cache between reading and writing. Smaller pieces would
-// wake the network thread more often.
-constexpr qint64 writtenPiece = qint64(1024) * 1024;
-
 void dropAvailable(QNetworkReply *reply)
 {
-    while (reply->bytesAvailable() > 0 && !reply->read(writtenPiece).isEmpty()) {}
+    while (reply->bytesAvailable() > 0 && !reply->read(TemporaryFile::pieceSize).isEmpty()) {}
 }
 
 } // namespace
@@ -55,9 +53,9 @@ DownloadFile::Append DownloadFile::append(QNetworkReply *reply)
 /// False when the disk does not take all of it.
 bool DownloadFile::write(QNetworkReply *reply, QFile &file) const
 {
-    for (qint64 left = reply->bytesAvailable(); left > 0; left -= writtenPiece) {
+    for (qint64 left = reply->bytesAvailable(); left > 0; left -= TemporaryFile::pieceSize) {
         // Read first, which lets the network thread go on while this one writes.
-        const QByteArray bytes = reply->read(std::min(left, writtenPiece));
+        const QByteArray bytes = reply->read(std::min(left, TemporaryFile::pieceSize));
         if (file.write(bytes) != bytes.size())
             return false;
     }

@@ -13,7 +13,8 @@
 /// happen in another thread.
 class TemporaryFile {
 public:
-    /// Small enough to stay in the processor's cache between reading and writing.
+    /// Of what is read and written at once, traditional downloads included: small enough to stay in
+    /// the processor's cache meanwhile. Smaller pieces would wake the network thread more often.
     static constexpr qint64 pieceSize = qint64(1024) * 1024;
     /// What it, and whatever takes its content on the way, may be read and written by.
     static constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
