@@ -1,12 +1,9 @@
 #include "clientbench.h"
 #include "files.h"
+#include "onqt6.h"
 #include "operations.h"
 
 #include <QtTest/QTest>
-
-#if __has_include(<QtCore/QTextCodec>)
-#include <QtCore/QTextCodec>
-#endif
 
 using namespace clientaccess;
 
@@ -14,20 +11,7 @@ namespace {
 
 const QByteArray answer = R"({"answer":42})";
 
-#if __has_include(<QtCore/QTextCodec>)
-/// Makes the local encoding one that no other conversion of text gives.
-class Latin1Locale {
-public:
-    Latin1Locale() { QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1")); }
-    ~Latin1Locale() { QTextCodec::setCodecForLocale(nullptr); }
-};
-const QByteArray localUmlaut = "\xFC";
-#else
-/// Qt 6 knows no local encoding but UTF-8.
-struct Latin1Locale {};
-const QByteArray localUmlaut = "\xC3\xBC";
-#endif
-
+const QByteArray localUmlaut = onQt6 ? "\xC3\xBC" : "\xFC";
 const QString umlaut = QString(QChar(0xFC));
 
 FileData download(const ClientBench &bench)

@@ -1,5 +1,7 @@
 #include "signalrecorder.h"
 
+#include "onqt6.h"
+
 #include <QtCore/QMetaMethod>
 #include <QtCore/QSet>
 #include <QtNetwork/QNetworkReply>
@@ -20,8 +22,7 @@ bool isLeftOut(const QString &name)
 int argumentType(QObject *object, const QMetaMethod &method, int argument)
 {
     int type = method.parameterType(argument);
-    constexpr bool asks = QT_VERSION >= QT_VERSION_CHECK(6, 0, 0);
-    if (type == QMetaType::UnknownType && !asks) {
+    if (type == QMetaType::UnknownType && !onQt6) {
         void *question[] = {&type, &argument};
         QMetaObject::metacall(object, QMetaObject::RegisterMethodArgumentMetaType,
                               method.methodIndex(), question);
