@@ -80,9 +80,13 @@ HttpConnection::HttpConnection(QTcpSocket *socket, const RequestSink &sink)
     m_pause.setSingleShot(true);
     connect(&m_pause, &QTimer::timeout, this, &HttpConnection::pump);
     connect(socket, &QTcpSocket::readyRead, this, &HttpConnection::receive);
-    connect(socket, &QTcpSocket::bytesWritten, this, &HttpConnection::pump);
-    if (auto *const tls = qobject_cast<QSslSocket *>(socket))
-        connect(tls, &QSslSocket::encryptedBytesWritten, this, &HttpConnection::pump);
+    // Later: pumping may end the connection, and Qt 6 goes on with one over TLS that it is just
+    // telling of bytes written.
+    connect(socket, &QTcpSocket::bytesWritten, this, &HttpConnection::pump, Qt::QueuedConnection);
+    if (auto *const tls = qobject_cast<QSslSocket *>(socket)) {
+        connect(tls, &QSslSocket::encryptedBytesWritten, this, &HttpConnection::pump,
+                Qt::QueuedConnection);
+    }
 }
 
 HttpConnection::Output HttpConnection::outputOf(const QByteArray &bytes)
