@@ -29,14 +29,23 @@ def make_content(directory, full):
                 target.write(source.read(2**20))
 
 
+def processor_times():
+    """What the processors have spent so far: on work, and in all."""
+    times = [int(ticks) for ticks in Path("/proc/stat").read_text().split("\n")[0].split()[1:9]]
+    _user, _nice, _system, idle, waiting, *_ = times
+    return sum(times) - idle - waiting, sum(times)
+
+
 def measure(bench, case, participant):
     """One run: what it took, or None when the work was not done."""
     work = bench.prepare(case, participant)
     report = bench.directory / "report"
     command = [work.tool("bench_launch"), str(report)] + COMMANDS[participant](work)
+    before = processor_times()
     try:
         done = subprocess.run(command, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
                               timeout=300, check=False)
+        busy, elapsed = (now - then for now, then in zip(processor_times(), before))
         right = done.returncode == 0 and bench.verify(case, participant, work, done.stdout)
     except (subprocess.TimeoutExpired, ValueError):
         right = False
@@ -44,7 +53,8 @@ def measure(bench, case, participant):
         return None
     usage = json.loads(report.read_text())
     run = {**timing(bench, case, participant, done.stdout, usage["wall"]),
-           "cpu": usage["user"] + usage["system"], "memory": usage["memory"]}
+           "cpu": usage["user"] + usage["system"], "memory": usage["memory"],
+           "busy": busy / max(elapsed, 1)}
     return run if run["seconds"] > 0 else None
 
 
@@ -100,7 +110,8 @@ def summarize(bench, case, runs):
         seconds = median(run["seconds"] for run in each)
         cpu = median(run["cpu"] for run in each)
         row = {"seconds": seconds, "rate": bench.amount(case) / seconds,
-               "cpu": cpu / bench.amount(case), "memory": median(run["memory"] for run in each)}
+               "cpu": cpu / bench.amount(case), "memory": median(run["memory"] for run in each),
+               "busy": median(run["busy"] for run in each)}
         for reference in REFERENCES:
             if reference in good:
                 row[f"of-{reference}"] = ratio(each, good[reference], "seconds")
@@ -130,7 +141,7 @@ def describe(kind, row):
         text = f"{row['rate'] / 1e6:8.0f} MB/s  {row['cpu'] * 1e9:6.2f} CPU s/GB"
     else:
         text = f"{row['rate']:8.0f} /s    {row['cpu'] * 1e6:6.0f} CPU us each"
-    text += f"  {row['memory'] / 1e6:6.0f} MB"
+    text += f"  {row['memory'] / 1e6:6.0f} MB  {row['busy'] * 100:3.0f} % busy"
     if "resident" in row:
         steps = ", ".join(f"{step / 1e6:.0f}" for step in row["resident"])
         text += f"  after each thousand {steps}"
