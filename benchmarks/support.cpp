@@ -65,6 +65,8 @@ QNetworkRequest request(const QUrl &url, const QByteArray &contentType)
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
     request.setRawHeader("User-Agent", "0.0.0_Vextor-Tarvis_1.15.0.14194_x86_64");
+    // Qt 6 would use HTTP/2 unasked.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     return request;
 }
 
