@@ -218,3 +218,5 @@ void NetworkProcessorPrivate::file(QNetworkReply *reply, const ReplyData &record
     transfer.answer = std::exchange(transfer.record.data, QByteArray());
     file(reply, transfer);
 }
+
+#include "moc_networkprocessor.cpp"

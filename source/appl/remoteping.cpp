@@ -276,3 +276,5 @@ void RemotePing::killReply(QNetworkReply *reply)
     reply->abort();
     reply->deleteLater();
 }
+
+#include "moc_remoteping.cpp"

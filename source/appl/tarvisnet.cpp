@@ -105,3 +105,5 @@ void TarvisNetPrivate::initializeContentTypes()
         {TarvisNet::Pdf, mime::pdf},         {TarvisNet::Plain, mime::plain},
     };
 }
+
+#include "moc_tarvisnet.cpp"
