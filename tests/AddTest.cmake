@@ -22,7 +22,7 @@ function(tarvisnet_add_test name)
         ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt${TARVISNET_QT}::Test)
     target_precompile_headers(${name} REUSE_FROM tarvisnet_test_support)
     # AUTOMOC takes six times as long for a single file.
-    set_target_properties(${name} PROPERTIES AUTOMOC OFF)
+    set_target_properties(${name} PROPERTIES AUTOMOC OFF UNITY_BUILD OFF)
     set(moc "${CMAKE_CURRENT_BINARY_DIR}/${name}.moc")
     qt_generate_moc(${name}.cpp "${moc}" TARGET ${name})
     target_sources(${name} PRIVATE "${moc}")

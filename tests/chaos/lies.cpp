@@ -10,7 +10,7 @@ constexpr int passingStatuses[] = {408, 425, 429, 500, 502, 503, 504};
 constexpr int lastingStatuses[] = {400, 401, 403, 404, 410, 418, 501};
 constexpr int oddStatuses[] = {201, 202, 203, 204, 205, 226, 300, 304, 305};
 
-const QByteArray rubbish[] = {
+const QByteArray brokenHeads[] = {
     "this is no HTTP\r\n\r\n",
     "HTTP/1.1\r\n\r\n",
     "HTTP/9.9 999 what\r\n\r\nbody",
@@ -20,7 +20,7 @@ const QByteArray rubbish[] = {
 };
 
 /// An answer before it is sent.
-struct Draft {
+struct AnswerDraft {
     int status = 200;
     HttpHeaders headers;
     QByteArray body;
@@ -50,13 +50,13 @@ bool isSameVersion(const Exchange &exchange)
            });
 }
 
-Draft whole(const Exchange &exchange)
+AnswerDraft whole(const Exchange &exchange)
 {
     return {200, exchange.version.validators, exchange.version.content};
 }
 
 /// From \a first on, whatever was asked for. Of an empty file there is no part.
-Draft part(const Exchange &exchange, qint64 first)
+AnswerDraft part(const Exchange &exchange, qint64 first)
 {
     const QByteArray &content = exchange.version.content;
     const qint64 total = content.size();
@@ -67,14 +67,14 @@ Draft part(const Exchange &exchange, qint64 first)
     return {206, headers, content.mid(int(first))};
 }
 
-Draft truth(const Exchange &exchange)
+AnswerDraft truth(const Exchange &exchange)
 {
     const bool asksForPart = !exchange.request.header("range").isNull();
     return asksForPart && isSameVersion(exchange) ? part(exchange, askedOffset(exchange.request))
                                                   : whole(exchange);
 }
 
-void setHeader(Draft &draft, const QByteArray &name, const QByteArray &value)
+void setHeader(AnswerDraft &draft, const QByteArray &name, const QByteArray &value)
 {
     for (HttpHeader &header : draft.headers) {
         if (header.first == name)
@@ -101,21 +101,21 @@ void writeBody(Exchange &exchange, const QByteArray &body)
         exchange.response.write(body);
 }
 
-void send(Exchange &exchange, const Draft &draft, qint64 length)
+void send(Exchange &exchange, const AnswerDraft &draft, qint64 length)
 {
     exchange.response.sendHead(draft.status, draft.headers, length);
     writeBody(exchange, draft.body);
     exchange.response.finish();
 }
 
-qint64 anyFraming(Exchange &exchange, const Draft &draft)
+qint64 anyFraming(Exchange &exchange, const AnswerDraft &draft)
 {
     const qint64 length = draft.body.size();
     return exchange.dice.pick(
         {length, length, length, qint64(HttpResponse::Chunked), qint64(HttpResponse::UntilClose)});
 }
 
-void send(Exchange &exchange, const Draft &draft)
+void send(Exchange &exchange, const AnswerDraft &draft)
 {
     send(exchange, draft, anyFraming(exchange, draft));
 }
@@ -128,7 +128,7 @@ void breakOff(Exchange &exchange)
         exchange.response.reset();
 }
 
-void sendPart(Exchange &exchange, qint64 length, const Draft &draft)
+void sendPart(Exchange &exchange, qint64 length, const AnswerDraft &draft)
 {
     if (exchange.dice.oneIn(2))
         exchange.response.cork();
@@ -145,7 +145,7 @@ void wholeForRange(Exchange &exchange)
 
 void cutAnywhere(Exchange &exchange)
 {
-    const Draft draft = truth(exchange);
+    const AnswerDraft draft = truth(exchange);
     sendPart(exchange, draft.body.size(), draft);
     breakOff(exchange);
 }
@@ -174,20 +174,20 @@ void silent(Exchange &exchange)
 
 void stalled(Exchange &exchange)
 {
-    const Draft draft = truth(exchange);
+    const AnswerDraft draft = truth(exchange);
     sendPart(exchange, draft.body.size() + 1, draft);
 }
 
 void surplus(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     draft.body += HttpResponse::generated(7, smallNumber(exchange));
     send(exchange, draft);
 }
 
 void surplusBehindTheEnd(Exchange &exchange)
 {
-    const Draft draft = truth(exchange);
+    const AnswerDraft draft = truth(exchange);
     exchange.response.sendHead(draft.status, draft.headers, draft.body.size());
     exchange.response.write(draft.body);
     exchange.response.writeRaw(HttpResponse::generated(7, smallNumber(exchange)));
@@ -196,12 +196,12 @@ void surplusBehindTheEnd(Exchange &exchange)
 
 void empty(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     draft.body.clear();
     send(exchange, draft);
 }
 
-void corrupt(Exchange &exchange, Draft &draft)
+void corrupt(Exchange &exchange, AnswerDraft &draft)
 {
     if (!draft.body.isEmpty())
         draft.body.data()[exchange.dice.below(draft.body.size())] ^= 1;
@@ -209,14 +209,14 @@ void corrupt(Exchange &exchange, Draft &draft)
 
 void corrupted(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     corrupt(exchange, draft);
     send(exchange, draft);
 }
 
 void corruptedAndCut(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     corrupt(exchange, draft);
     sendPart(exchange, draft.body.size(), draft);
     breakOff(exchange);
@@ -231,7 +231,7 @@ void wrongStart(Exchange &exchange)
 
 void wrongEnd(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     const int less = std::min(smallNumber(exchange), int(draft.body.size()) - 1);
     if (draft.status == 206 && less > 0) {
         const qint64 total = exchange.version.content.size();
@@ -245,7 +245,7 @@ void wrongEnd(Exchange &exchange)
 
 void wrongTotal(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     const int difference = smallNumber(exchange) * exchange.dice.pick({1, -1});
     const qint64 total = exchange.version.content.size() + difference;
     setHeader(draft, "Content-Range", rangeText(askedOffset(exchange.request), total - 1, total));
@@ -254,7 +254,7 @@ void wrongTotal(Exchange &exchange)
 
 void noRange(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     draft.status = 206;
     setHeader(
         draft, "Content-Range",
@@ -265,7 +265,7 @@ void noRange(Exchange &exchange)
 void manyParts(Exchange &exchange)
 {
     const HttpHeaders headers = {{"Content-Type", "multipart/byteranges; boundary=cut"}};
-    const Draft rest = truth(exchange);
+    const AnswerDraft rest = truth(exchange);
     send(exchange, {206, headers, "--cut\r\n\r\n" + rest.body + "\r\n--cut--\r\n"});
 }
 
@@ -276,19 +276,19 @@ void refusedRange(Exchange &exchange)
 
 void shortLength(Exchange &exchange)
 {
-    const Draft draft = truth(exchange);
+    const AnswerDraft draft = truth(exchange);
     send(exchange, draft, std::max(0, int(draft.body.size()) - smallNumber(exchange)));
 }
 
 void longLength(Exchange &exchange)
 {
-    const Draft draft = truth(exchange);
+    const AnswerDraft draft = truth(exchange);
     send(exchange, draft, draft.body.size() + smallNumber(exchange));
 }
 
 void noLength(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     const QByteArray length = QByteArray::number(draft.body.size());
     const QByteArray text = exchange.dice.pick(
         {QByteArray("many"), QByteArray("-5"), length + ", " + length, '+' + length});
@@ -299,7 +299,7 @@ void noLength(Exchange &exchange)
 
 void coded(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     const QByteArray coding =
         exchange.dice.pick({QByteArray("gzip"), QByteArray("deflate"), QByteArray("br")});
     draft.headers.append(HttpHeader("Content-Encoding", coding));
@@ -333,7 +333,7 @@ void unmarkedRest(Exchange &exchange)
 
 void noValidator(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     for (const HttpHeader &validator : exchange.version.validators)
         draft.headers.removeAll(validator);
     send(exchange, draft);
@@ -341,7 +341,7 @@ void noValidator(Exchange &exchange)
 
 void wrongValidator(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     if (draft.status == 206) {
         setHeader(draft, "ETag", "\"another\"");
         setHeader(draft, "Last-Modified", "Thu, 01 Jan 1970 00:00:01 GMT");
@@ -351,7 +351,7 @@ void wrongValidator(Exchange &exchange)
 
 void weakened(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     for (HttpHeader &header : draft.headers) {
         if (header.first == "ETag" && header.second.startsWith('"'))
             header.second.prepend("W/");
@@ -382,14 +382,14 @@ void lastingFailure(Exchange &exchange)
 
 void oddStatus(Exchange &exchange)
 {
-    Draft draft = truth(exchange);
+    AnswerDraft draft = truth(exchange);
     draft.status = exchange.dice.pick(oddStatuses);
     send(exchange, draft);
 }
 
 void noHttp(Exchange &exchange)
 {
-    exchange.response.writeRaw(exchange.dice.pick(rubbish));
+    exchange.response.writeRaw(exchange.dice.pick(brokenHeads));
     exchange.response.cut();
 }
 

@@ -355,3 +355,5 @@ void Stage::closeConnections()
     for (const auto &server : m_servers)
         server->closeAll();
 }
+
+#include "moc_stage.cpp"

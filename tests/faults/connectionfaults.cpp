@@ -5,9 +5,9 @@ namespace {
 using Mode = ScriptedServer::Mode;
 using Prepare = std::function<QUrl(ScriptedServer &)>;
 
-constexpr auto noError = QNetworkReply::NoError;
+constexpr auto noNetworkError = QNetworkReply::NoError;
 constexpr auto refused = QNetworkReply::ConnectionRefusedError;
-constexpr auto closed = QNetworkReply::RemoteHostClosedError;
+constexpr auto hostClosed = QNetworkReply::RemoteHostClosedError;
 constexpr auto notFound = QNetworkReply::HostNotFoundError;
 
 QUrl urlOf(ScriptedServer &server)
@@ -62,22 +62,22 @@ QList<ConnectionFault> connectionFaults()
         {"closed port, HTTPS", Mode::Https, stopped, refused},
         {"unknown host, HTTP", Mode::Http, elsewhere("http"), notFound},
         {"unknown host, HTTPS", Mode::Https, elsewhere("https"), notFound},
-        {"closed after the greeting", Mode::CloseAfterClientHello, urlOf, closed},
-        {"HTTP to a TLS port", Mode::Https, inClear, closed},
+        {"closed after the greeting", Mode::CloseAfterClientHello, urlOf, hostClosed},
+        {"HTTP to a TLS port", Mode::Https, inClear, hostClosed},
         // Qt's own server closes without a word. Those of others say why, and end otherwise.
-        {"client certificate demanded, TLS 1.2", Mode::Https, demanding(QSsl::TlsV1_2), closed},
+        {"client certificate demanded, TLS 1.2", Mode::Https, demanding(QSsl::TlsV1_2), hostClosed},
         // The client is through with its part of the handshake before it is refused.
         {"client certificate demanded, TLS 1.3",
          Mode::Https,
          demanding(QSsl::TlsV1_3),
-         closed,
+         hostClosed,
          {},
          {selfSigned}},
-        {"self-signed certificate", Mode::Https, urlOf, noError, {}, {selfSigned}},
+        {"self-signed certificate", Mode::Https, urlOf, noNetworkError, {}, {selfSigned}},
         {"certificate of another name",
          Mode::Https,
          withWrongName,
-         noError,
+         noNetworkError,
          {mismatch},
          {mismatch, selfSigned}},
     };

@@ -70,3 +70,5 @@ void FakeReply::setSslConfigurationImplementation(const QSslConfiguration &confi
 {
     m_sslConfiguration = configuration;
 }
+
+#include "moc_fakereply.cpp"

@@ -247,3 +247,5 @@ quint16 ScriptedServer::freePort()
     range.listenSomewhere(&server);
     return server.serverPort();
 }
+
+#include "moc_scriptedserver.cpp"
