@@ -117,7 +117,7 @@ def all_cases(full):
                       count=1000))
     # Fewer, and last: each of them waits for 44 ms.
     cases.append(Case("post", "Small POSTs", "requests", ALL[:-2], "http", "post",
-                      10000 if full else 500, options={"method": "post"}))
+                      2000 if full else 500, options={"method": "post"}))
     cases.append(Case("post-https", "Small POSTs, HTTPS", "requests",
                       QT_AND_LIBCURL + ("curl",) + HTTP2 + FAST, "https", "post",
                       2000 if full else 500, options={"method": "post"}))
