@@ -219,4 +219,4 @@ void NetworkProcessorPrivate::file(QNetworkReply *reply, const ReplyData &record
     file(reply, transfer);
 }
 
-#include "moc_networkprocessor.cpp"
+#include "moc_networkprocessor.cpp" // NOLINT(bugprone-suspicious-include): that is what moc makes it for.

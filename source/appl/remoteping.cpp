@@ -277,4 +277,4 @@ void RemotePing::killReply(QNetworkReply *reply)
     reply->deleteLater();
 }
 
-#include "moc_remoteping.cpp"
+#include "moc_remoteping.cpp" // NOLINT(bugprone-suspicious-include): that is what moc makes it for.

@@ -106,4 +106,4 @@ void TarvisNetPrivate::initializeContentTypes()
     };
 }
 
-#include "moc_tarvisnet.cpp"
+#include "moc_tarvisnet.cpp" // NOLINT(bugprone-suspicious-include): that is what moc makes it for.
