@@ -1,17 +1,12 @@
-# What a test takes of the jobs that CTest is given, of which there are more than processors: most
-# tests wait for a server now and then. One that waits all the time takes a single job.
-set(TARVISNET_TEST_SLOTS 2)
-
 # One function for all test programs.
 #
-#   tarvisnet_add_test(NAME [INNER] [WAITS] [LIBRARIES library...] [ENVIRONMENT NAME=value...]
+#   tarvisnet_add_test(NAME [INNER] [LIBRARIES library...] [ENVIRONMENT NAME=value...]
 #       [TIMEOUT seconds] [COMMAND prefix...])
 #
 # Builds NAME from NAME.cpp and makes it a test of CTest. INNER is for a unit that the library hides:
-# its test links the library's objects. WAITS is for a test that mostly waits for time to pass.
-# COMMAND stands before the program when CTest starts it.
+# its test links the library's objects. COMMAND stands before the program when CTest starts it.
 function(tarvisnet_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "INNER;WAITS" "TIMEOUT" "LIBRARIES;ENVIRONMENT;COMMAND")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "INNER" "TIMEOUT" "LIBRARIES;ENVIRONMENT;COMMAND")
     if(arg_INNER)
         set(library tarvisnet_objects)
     else()
@@ -19,10 +14,6 @@ function(tarvisnet_add_test name)
     endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 240)
-    endif()
-    set(slots ${TARVISNET_TEST_SLOTS})
-    if(arg_WAITS)
-        set(slots 1)
     endif()
 
     add_executable(${name} ${name}.cpp)
@@ -40,7 +31,6 @@ function(tarvisnet_add_test name)
     # CTest begins with what takes longest, or it would end with that, alone.
     set_tests_properties(${name} PROPERTIES
         COST ${arg_TIMEOUT}
-        PROCESSORS ${slots}
         TIMEOUT ${arg_TIMEOUT}
         ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
@@ -56,7 +46,6 @@ function(tarvisnet_add_fast_test name)
     add_test(NAME ${name}_fast COMMAND $<TARGET_FILE:${name}> ${ARGN})
     set_tests_properties(${name}_fast PROPERTIES
         COST 300
-        PROCESSORS ${TARVISNET_TEST_SLOTS}
         TIMEOUT 300
         ENVIRONMENT "${TARVISNET_FAST_CLIENTS};${TARVISNET_GARBAGE_WHEN_FREED}")
 endfunction()
