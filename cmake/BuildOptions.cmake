@@ -5,8 +5,7 @@ function(tarvisnet_build_options target)
     set_target_properties(${target} PROPERTIES
         CXX_STANDARD 17
         CXX_STANDARD_REQUIRED ON
-        CXX_EXTENSIONS OFF
-        AUTOMOC ON)
+        CXX_EXTENSIONS OFF)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     target_compile_definitions(${target} PRIVATE
         QT_NO_CAST_TO_ASCII

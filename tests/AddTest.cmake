@@ -19,10 +19,10 @@ function(tarvisnet_add_test name)
     add_executable(${name} ${name}.cpp)
     tarvisnet_build_options(${name})
     target_link_libraries(${name} PRIVATE
-        ${arg_LIBRARIES} ${library} tarvisnet_test_bench Qt${TARVISNET_QT}::Test)
+        ${arg_LIBRARIES} tarvisnet_test_bench ${library} Qt${TARVISNET_QT}::Test)
     target_precompile_headers(${name} REUSE_FROM tarvisnet_test_support)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
     # AUTOMOC takes six times as long for a single file.
-    set_target_properties(${name} PROPERTIES AUTOMOC OFF UNITY_BUILD OFF)
     set(moc "${CMAKE_CURRENT_BINARY_DIR}/${name}.moc")
     qt_generate_moc(${name}.cpp "${moc}" TARGET ${name})
     target_sources(${name} PRIVATE "${moc}")
