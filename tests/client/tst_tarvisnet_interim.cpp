@@ -3,6 +3,7 @@
 #include "operations.h"
 
 #include <QtCore/QJsonObject>
+#include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
 
 #include <functional>

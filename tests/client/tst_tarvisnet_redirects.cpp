@@ -3,6 +3,7 @@
 #include "files.h"
 
 #include <QtNetwork/QNetworkCookie>
+#include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
 
 using namespace clientaccess;

@@ -1,5 +1,6 @@
 #include "threadsbench.h"
 
+#include <QtNetwork/QNetworkCookieJar>
 #include <QtNetwork/QSslKey>
 #include <QtTest/QTest>
 
