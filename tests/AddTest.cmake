@@ -1,52 +1,82 @@
-# One function for all test programs.
+# Functions that make programs of tests.
+#
+#   tarvisnet_add_tests(PROGRAM [INNER] [LIBRARIES library...] [TIMEOUT seconds] TESTS name...)
+#
+# Builds PROGRAM from every name.cpp, and makes each of them a test of CTest. Compiling one test takes
+# hardly longer than compiling ten, and most of their headers are the same.
 #
 #   tarvisnet_add_test(NAME [INNER] [LIBRARIES library...] [ENVIRONMENT NAME=value...]
 #       [TIMEOUT seconds] [COMMAND prefix...])
 #
-# Builds NAME from NAME.cpp and makes it a test of CTest. INNER is for a unit that the library hides:
-# its test links the library's objects. COMMAND stands before the program when CTest starts it.
+# The same for a test that needs a program for itself, which has a main() of its own. COMMAND stands
+# before the program when CTest starts it.
+#
+# INNER is for units that the library hides: their tests link the library's objects.
+function(tarvisnet_add_tests program)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "INNER" "TIMEOUT" "LIBRARIES;TESTS")
+    add_executable(${program})
+    set_target_properties(${program} PROPERTIES UNITY_BUILD_BATCH_SIZE 12)
+    # There, GCC takes the test classes for those of a header.
+    target_compile_options(${program} PRIVATE -Wno-subobject-linkage)
+    tarvisnet_build_test(${program} "${arg_INNER}"
+        SOURCES ${arg_TESTS}
+        LIBRARIES ${arg_LIBRARIES} tarvisnet_test_main)
+    foreach(name IN LISTS arg_TESTS)
+        add_test(NAME ${name} COMMAND ${program} ${name})
+        tarvisnet_set_timeout(${name} "${arg_TIMEOUT}")
+    endforeach()
+endfunction()
+
 function(tarvisnet_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "INNER" "TIMEOUT" "LIBRARIES;ENVIRONMENT;COMMAND")
-    if(arg_INNER)
+    add_executable(${name})
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+    tarvisnet_build_test(${name} "${arg_INNER}" SOURCES ${name} LIBRARIES ${arg_LIBRARIES})
+    add_test(NAME ${name} COMMAND ${arg_COMMAND} $<TARGET_FILE:${name}>)
+    tarvisnet_set_timeout(${name} "${arg_TIMEOUT}")
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()
+
+# What both have in common.
+function(tarvisnet_build_test program is_inner)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;LIBRARIES")
+    if(is_inner)
         set(library tarvisnet_objects)
     else()
         set(library TarvisNet::TarvisNet)
     endif()
-    if(NOT arg_TIMEOUT)
-        set(arg_TIMEOUT 240)
-    endif()
-
-    add_executable(${name} ${name}.cpp)
-    tarvisnet_build_options(${name})
-    target_link_libraries(${name} PRIVATE
+    tarvisnet_build_options(${program})
+    target_link_libraries(${program} PRIVATE
         ${arg_LIBRARIES} tarvisnet_test_bench ${library} Qt${TARVISNET_QT}::Test)
-    target_precompile_headers(${name} REUSE_FROM tarvisnet_test_support)
-    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
-    # AUTOMOC takes six times as long for a single file.
-    set(moc "${CMAKE_CURRENT_BINARY_DIR}/${name}.moc")
-    qt_generate_moc(${name}.cpp "${moc}" TARGET ${name})
-    target_sources(${name} PRIVATE "${moc}")
-    target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}")
-    add_test(NAME ${name} COMMAND ${arg_COMMAND} $<TARGET_FILE:${name}>)
-    # CTest begins with what takes longest, or it would end with that, alone.
-    set_tests_properties(${name} PROPERTIES
-        COST ${arg_TIMEOUT}
-        TIMEOUT ${arg_TIMEOUT}
-        ENVIRONMENT "${arg_ENVIRONMENT}")
+    target_precompile_headers(${program} REUSE_FROM tarvisnet_test_support)
+    target_include_directories(${program} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}")
+    foreach(source IN LISTS arg_SOURCES)
+        # AUTOMOC takes six times as long for a single file.
+        set(moc "${CMAKE_CURRENT_BINARY_DIR}/${source}.moc")
+        qt_generate_moc(${source}.cpp "${moc}" TARGET ${program})
+        target_sources(${program} PRIVATE ${source}.cpp "${moc}")
+    endforeach()
+endfunction()
+
+# CTest begins with what takes longest, or it would end with that, alone.
+function(tarvisnet_set_timeout name seconds)
+    if(NOT seconds)
+        set(seconds 240)
+    endif()
+    set_tests_properties(${name} PROPERTIES COST ${seconds} TIMEOUT ${seconds})
 endfunction()
 
 # Makes the strict clients of a test fast ones. All that the ones promise is to hold of the others.
 set(TARVISNET_FAST_CLIENTS TARVISNET_TEST_POLICY=fast)
 
-# Has CTest run the test NAME once more with fast clients, but only its test functions FUNCTION... if
-# there are any:
+# Has CTest run the test NAME, which has a program for itself, once more with fast clients, but only its
+# test functions FUNCTION... if there are any:
 #
 #   tarvisnet_add_fast_test(NAME [FUNCTION...])
 function(tarvisnet_add_fast_test name)
     add_test(NAME ${name}_fast COMMAND $<TARGET_FILE:${name}> ${ARGN})
+    tarvisnet_set_timeout(${name}_fast 300)
     set_tests_properties(${name}_fast PROPERTIES
-        COST 300
-        TIMEOUT 300
         ENVIRONMENT "${TARVISNET_FAST_CLIENTS};${TARVISNET_GARBAGE_WHEN_FREED}")
 endfunction()
 

@@ -11,10 +11,13 @@
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QMetaObject>
+#include <QtCore/QMetaType>
 #include <QtCore/QPointer>
 #include <QtCore/QTemporaryDir>
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QNetworkReply>
+
+#include <functional>
 
 /// What tests need of a client beyond its public interface, and the texts that it makes.
 namespace clientaccess {
@@ -133,5 +136,8 @@ private:
 struct WaitingBench : ClientBench {
     WaitingBench() { server.onRequest(answers::withhold()); }
 };
+
+Q_DECLARE_METATYPE(std::function<void(ClientBench &)>)
+Q_DECLARE_METATYPE(std::function<void(TarvisNet &)>)
 
 #endif // TARVISNET_TESTS_CLIENTBENCH_H

@@ -13,6 +13,8 @@
 #include <QtCore/QTimer>
 #include <QtCore/QUrl>
 
+#include <functional>
+
 /// A RemotePing on a manager that sends nothing, driven step by step, so that what depends on its
 /// ticks does not depend on time. Its own timer is too slow to get in between. The messages of its
 /// construction are forgotten.
@@ -93,5 +95,7 @@ struct RealPing {
     RemotePing ping{manager};
     SignalRecorder signals{&ping};
 };
+
+Q_DECLARE_METATYPE(std::function<void(RemotePing &)>)
 
 #endif // TARVISNET_TESTS_PINGBENCH_H

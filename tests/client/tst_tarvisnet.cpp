@@ -1,11 +1,14 @@
 #include "clientbench.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QChildEvent>
 #include <QtCore/QSysInfo>
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QSslSocket>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet {
 
 using namespace clientaccess;
 
@@ -214,6 +217,8 @@ void tst_TarvisNet::diesWithItsParent()
     QCOMPARE(log.count(QtDebugMsg, "TarvisNet dtor."), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNet)
+const TestClass<tst_TarvisNet> testClass("tst_tarvisnet");
+
+} // namespace tst_tarvisnet
 
 #include "tst_tarvisnet.moc"

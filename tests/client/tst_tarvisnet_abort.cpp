@@ -1,7 +1,10 @@
 #include "clientbench.h"
 #include "lockedqueue.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_abort {
 
 using namespace clientaccess;
 
@@ -344,6 +347,8 @@ void tst_TarvisNetAbort::dropsLongLists()
     QCOMPARE(recorder.names(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetAbort)
+const TestClass<tst_TarvisNetAbort> testClass("tst_tarvisnet_abort");
+
+} // namespace tst_tarvisnet_abort
 
 #include "tst_tarvisnet_abort.moc"

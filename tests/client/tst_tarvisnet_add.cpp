@@ -1,16 +1,19 @@
 #include "clientbench.h"
 #include "lockedqueue.h"
 #include "recordfields.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <functional>
 
+Q_DECLARE_METATYPE(std::function<void(ReplyData &)>)
+
+namespace tst_tarvisnet_add {
+
 using namespace clientaccess;
 
 using Change = std::function<void(ReplyData &)>;
-
-Q_DECLARE_METATYPE(Change)
 
 namespace {
 
@@ -175,6 +178,8 @@ void tst_TarvisNetAdd::logsItsOrigin()
     QCOMPARE(entries.last().function, QByteArray("void TarvisNet::removeReply(QNetworkReply*)"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetAdd)
+const TestClass<tst_TarvisNetAdd> testClass("tst_tarvisnet_add");
+
+} // namespace tst_tarvisnet_add
 
 #include "tst_tarvisnet_add.moc"

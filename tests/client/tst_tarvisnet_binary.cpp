@@ -1,10 +1,13 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_binary {
 
 using namespace clientaccess;
 
@@ -203,6 +206,8 @@ void tst_TarvisNetBinary::leavesACompleteFileThatCannotBeDeleted()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetBinary)
+const TestClass<tst_TarvisNetBinary> testClass("tst_tarvisnet_binary");
+
+} // namespace tst_tarvisnet_binary
 
 #include "tst_tarvisnet_binary.moc"

@@ -1,8 +1,13 @@
 #include "checkedbench.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonObject>
 
 #include <functional>
+
+Q_DECLARE_METATYPE(FileAnswer)
+
+namespace tst_tarvisnet_checkedfiles {
 
 using namespace clientaccess;
 
@@ -52,8 +57,11 @@ using Row = std::function<void(const char *name, const Download &download)>;
 
 } // namespace
 
-Q_DECLARE_METATYPE(FileAnswer)
-Q_DECLARE_METATYPE(Download)
+} // namespace tst_tarvisnet_checkedfiles
+
+Q_DECLARE_METATYPE(tst_tarvisnet_checkedfiles::Download)
+
+namespace tst_tarvisnet_checkedfiles {
 
 /// What a client with TransferPolicy::filesChecked() asks for, and what it makes of the answer. A
 /// destination that was there before is the content, or what it was.
@@ -480,6 +488,8 @@ void tst_TarvisNetCheckedFiles::explains()
     QCOMPARE(QJsonDocument(bench.error().at(2).toJsonDocument().object()), QJsonDocument(expected));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetCheckedFiles)
+const TestClass<tst_TarvisNetCheckedFiles> testClass("tst_tarvisnet_checkedfiles");
+
+} // namespace tst_tarvisnet_checkedfiles
 
 #include "tst_tarvisnet_checkedfiles.moc"

@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QJsonObject>
@@ -10,6 +11,8 @@
 #include <algorithm>
 #include <functional>
 #include <utility>
+
+namespace tst_tarvisnet_checkedredirects {
 
 using namespace clientaccess;
 
@@ -87,7 +90,11 @@ private:
 
 } // namespace
 
-Q_DECLARE_METATYPE(Scenario)
+} // namespace tst_tarvisnet_checkedredirects
+
+Q_DECLARE_METATYPE(tst_tarvisnet_checkedredirects::Scenario)
+
+namespace tst_tarvisnet_checkedredirects {
 
 /// Redirects under a policy that has them checked.
 class tst_TarvisNetCheckedRedirects : public QObject {
@@ -616,6 +623,8 @@ void tst_TarvisNetCheckedRedirects::longChainKeepsNothing()
     QVERIFY2(mostReplies <= 3, qPrintable(QString::number(mostReplies)));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetCheckedRedirects)
+const TestClass<tst_TarvisNetCheckedRedirects> testClass("tst_tarvisnet_checkedredirects");
+
+} // namespace tst_tarvisnet_checkedredirects
 
 #include "tst_tarvisnet_checkedredirects.moc"

@@ -1,8 +1,11 @@
 #include "clientbench.h"
 #include "fakereply.h"
+#include "testclass.h"
 
 #include <QtCore/QRegularExpression>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_clear {
 
 /// Aborting one reply, and all of them.
 class tst_TarvisNetClear : public QObject {
@@ -108,6 +111,8 @@ void tst_TarvisNetClear::clearsRedirectedReply()
     QVERIFY(bench.log.contains(QtWarningMsg, "Reply is removed erlier"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetClear)
+const TestClass<tst_TarvisNetClear> testClass("tst_tarvisnet_clear");
+
+} // namespace tst_tarvisnet_clear
 
 #include "tst_tarvisnet_clear.moc"

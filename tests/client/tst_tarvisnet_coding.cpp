@@ -2,9 +2,12 @@
 #include "files.h"
 #include "onqt6.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonObject>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_coding {
 
 using namespace clientaccess;
 
@@ -289,6 +292,8 @@ void tst_TarvisNetCoding::needsNoBody()
     QCOMPARE(bench.errors(), QList<int>());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetCoding)
+const TestClass<tst_TarvisNetCoding> testClass("tst_tarvisnet_coding");
+
+} // namespace tst_tarvisnet_coding
 
 #include "tst_tarvisnet_coding.moc"

@@ -1,5 +1,6 @@
 #include "clientbench.h"
 #include "properties.h"
+#include "testclass.h"
 
 #include <QtCore/QPointer>
 #include <QtNetwork/QNetworkCookie>
@@ -7,6 +8,8 @@
 #include <QtTest/QTest>
 
 #include <limits>
+
+namespace tst_tarvisnet_config {
 
 using properties::Property;
 
@@ -186,6 +189,8 @@ void tst_TarvisNetConfig::usesCookieJar()
     QCOMPARE(server.requests("/second").value(0).header("cookie"), QByteArray("crumb=1"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetConfig)
+const TestClass<tst_TarvisNetConfig> testClass("tst_tarvisnet_config");
+
+} // namespace tst_tarvisnet_config
 
 #include "tst_tarvisnet_config.moc"

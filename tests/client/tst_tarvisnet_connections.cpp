@@ -1,6 +1,9 @@
+#include "testclass.h"
 #include "threadsbench.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_connections {
 
 using namespace clientaccess;
 using namespace threadsbench;
@@ -53,7 +56,11 @@ const Loss losses[] = {
 
 } // namespace
 
-Q_DECLARE_METATYPE(Loss)
+} // namespace tst_tarvisnet_connections
+
+Q_DECLARE_METATYPE(tst_tarvisnet_connections::Loss)
+
+namespace tst_tarvisnet_connections {
 
 /// Which connections requests share, and what a connection that is lost costs.
 class tst_TarvisNetConnections : public QObject {
@@ -199,6 +206,8 @@ void tst_TarvisNetConnections::uncheckedHopLeavesTheDistrusted()
     QVERIFY(bench.hasAccepted(3));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetConnections)
+const TestClass<tst_TarvisNetConnections> testClass("tst_tarvisnet_connections");
+
+} // namespace tst_tarvisnet_connections
 
 #include "tst_tarvisnet_connections.moc"

@@ -1,4 +1,5 @@
 #include "checkedbench.h"
+#include "testclass.h"
 
 #include <QtCore/QTimer>
 
@@ -7,6 +8,8 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace tst_tarvisnet_destinations {
 
 using namespace clientaccess;
 
@@ -92,7 +95,11 @@ void fetchZeros(Bench &bench, qint64 size, const QString &hash)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Change)
+} // namespace tst_tarvisnet_destinations
+
+Q_DECLARE_METATYPE(tst_tarvisnet_destinations::Change)
+
+namespace tst_tarvisnet_destinations {
 
 /// The files of checked downloads: who may write where, what is replaced, and when.
 class tst_TarvisNetDestinations : public QObject {
@@ -540,6 +547,8 @@ void tst_TarvisNetDestinations::holdsLittle()
     QCOMPARE(QFileInfo(bench.destination()).size(), size);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetDestinations)
+const TestClass<tst_TarvisNetDestinations> testClass("tst_tarvisnet_destinations");
+
+} // namespace tst_tarvisnet_destinations
 
 #include "tst_tarvisnet_destinations.moc"

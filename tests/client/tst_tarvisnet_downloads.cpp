@@ -1,9 +1,12 @@
 #include "clientbench.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_downloads {
 
 using namespace clientaccess;
 
@@ -205,6 +208,8 @@ void tst_TarvisNetDownloads::looksAtTheStatus()
     QCOMPARE(files::read(bench.temporary()), present);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetDownloads)
+const TestClass<tst_TarvisNetDownloads> testClass("tst_tarvisnet_downloads");
+
+} // namespace tst_tarvisnet_downloads
 
 #include "tst_tarvisnet_downloads.moc"

@@ -2,11 +2,16 @@
 #include "distrustedserver.h"
 #include "fakereply.h"
 #include "lockedqueue.h"
+#include "testclass.h"
 
 #include <QtCore/QMetaEnum>
 #include <QtTest/QTest>
 
 #include <functional>
+
+Q_DECLARE_METATYPE(std::function<void(FakeReply &)>)
+
+namespace tst_tarvisnet_errors {
 
 using namespace clientaccess;
 
@@ -15,10 +20,11 @@ using Call = std::function<void(const ClientBench &)>;
 using Failure = std::function<void(ClientBench &)>;
 using FakeFailure = std::function<void(FakeReply &)>;
 
-Q_DECLARE_METATYPE(Call)
-Q_DECLARE_METATYPE(Failure)
-Q_DECLARE_METATYPE(FakeFailure)
-Q_DECLARE_METATYPE(ScriptedServer::Handler)
+} // namespace tst_tarvisnet_errors
+
+Q_DECLARE_METATYPE(tst_tarvisnet_errors::Call)
+
+namespace tst_tarvisnet_errors {
 
 namespace {
 
@@ -381,6 +387,8 @@ void tst_TarvisNetErrors::keepsTheReplyThatEmits()
     QVERIFY(!reply);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetErrors)
+const TestClass<tst_TarvisNetErrors> testClass("tst_tarvisnet_errors");
+
+} // namespace tst_tarvisnet_errors
 
 #include "tst_tarvisnet_errors.moc"

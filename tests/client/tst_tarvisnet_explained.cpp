@@ -1,6 +1,7 @@
 #include "fakereply.h"
 #include "files.h"
 #include "lockedqueue.h"
+#include "testclass.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
@@ -9,6 +10,8 @@
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_tarvisnet_explained {
 
 namespace {
 
@@ -59,7 +62,11 @@ HttpHeaders waiting(const QByteArray &text)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Failing)
+} // namespace tst_tarvisnet_explained
+
+Q_DECLARE_METATYPE(tst_tarvisnet_explained::Failing)
+
+namespace tst_tarvisnet_explained {
 
 /// What the third argument of an error is with a policy that asks for explanations.
 class tst_TarvisNetExplained : public QObject {
@@ -270,6 +277,8 @@ void tst_TarvisNetExplained::tellsADateInSeconds()
     QVERIFY(seconds <= 86400);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetExplained)
+const TestClass<tst_TarvisNetExplained> testClass("tst_tarvisnet_explained");
+
+} // namespace tst_tarvisnet_explained
 
 #include "tst_tarvisnet_explained.moc"

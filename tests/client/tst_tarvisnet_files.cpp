@@ -1,9 +1,12 @@
 #include "clientbench.h"
 #include "fakereply.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_files {
 
 using namespace clientaccess;
 
@@ -316,6 +319,8 @@ void tst_TarvisNetFiles::savesNothingOfAnUnknownReply()
              QStringList("warning: <TarvisNet::saveBinary> Unrecognized reply!"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetFiles)
+const TestClass<tst_TarvisNetFiles> testClass("tst_tarvisnet_files");
+
+} // namespace tst_tarvisnet_files
 
 #include "tst_tarvisnet_files.moc"

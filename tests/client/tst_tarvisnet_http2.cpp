@@ -1,16 +1,26 @@
 #include "files.h"
 #include "http2bench.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QProcess>
 #include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
 
+namespace tst_tarvisnet_http2 {
+
 using namespace clientaccess;
 
+using Adjust = void (*)(TransferPolicy &);
 using Handler = Http2Server::Handler;
 using Mode = ScriptedServer::Mode;
+
+} // namespace tst_tarvisnet_http2
+
+Q_DECLARE_METATYPE(tst_tarvisnet_http2::Adjust)
+
+namespace tst_tarvisnet_http2 {
 
 namespace {
 
@@ -21,8 +31,6 @@ constexpr int longDelay = 30 * 1000;
 
 const QByteArray document = R"({"answer":42})";
 const HttpHeaders tag = {{"etag", "\"1\""}};
-
-using Adjust = void (*)(TransferPolicy &);
 
 TransferPolicy fast(Adjust adjust)
 {
@@ -74,9 +82,6 @@ QString sha256(const QByteArray &bytes)
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(Adjust)
-Q_DECLARE_METATYPE(Handler)
 
 /// A client whose policy allows HTTP/2: what is sent by it and over how many connections, and that
 /// everything else is as by HTTP/1.1.
@@ -669,6 +674,8 @@ void tst_TarvisNetHttp2::refusesThePeerForAll()
     QCOMPARE(bench.http2.seen(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetHttp2)
+const TestClass<tst_TarvisNetHttp2> testClass("tst_tarvisnet_http2");
+
+} // namespace tst_tarvisnet_http2
 
 #include "tst_tarvisnet_http2.moc"

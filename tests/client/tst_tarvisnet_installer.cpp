@@ -2,9 +2,12 @@
 #include "fakereply.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_installer {
 
 using namespace clientaccess;
 
@@ -298,6 +301,8 @@ void tst_TarvisNetInstaller::startsAfreshWithAnotherReply()
     QCOMPARE(files::read(bench.setup()), QByteArray("def"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetInstaller)
+const TestClass<tst_TarvisNetInstaller> testClass("tst_tarvisnet_installer");
+
+} // namespace tst_tarvisnet_installer
 
 #include "tst_tarvisnet_installer.moc"

@@ -1,12 +1,15 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonObject>
 #include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_tarvisnet_interim {
 
 using namespace clientaccess;
 
@@ -431,6 +434,8 @@ void tst_TarvisNetInterim::deletedWhenItFails()
     QCoreApplication::processEvents();
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetInterim)
+const TestClass<tst_TarvisNetInterim> testClass("tst_tarvisnet_interim");
+
+} // namespace tst_tarvisnet_interim
 
 #include "tst_tarvisnet_interim.moc"

@@ -2,6 +2,7 @@
 #include "clientbench.h"
 #include "distrustedserver.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -12,12 +13,12 @@
 #include <utility>
 #include <vector>
 
+namespace tst_tarvisnet_isolated {
+
 using namespace clientaccess;
 
 using Mode = ScriptedServer::Mode;
 using Action = std::function<void(ClientBench &)>;
-
-Q_DECLARE_METATYPE(Action)
 
 namespace {
 
@@ -438,6 +439,8 @@ void tst_TarvisNetIsolated::silenceIsNone()
     QCOMPARE(bench.error().at(1).toString(), bench.url("/held"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetIsolated)
+const TestClass<tst_TarvisNetIsolated> testClass("tst_tarvisnet_isolated");
+
+} // namespace tst_tarvisnet_isolated
 
 #include "tst_tarvisnet_isolated.moc"

@@ -1,8 +1,11 @@
+#include "testclass.h"
 #include "threadsbench.h"
 
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_tarvisnet_lifetimes {
 
 using namespace clientaccess;
 using namespace threadsbench;
@@ -35,7 +38,11 @@ constexpr NamedSignal signalsOfDownloads[] = {
 
 } // namespace
 
-Q_DECLARE_METATYPE(NamedSignal)
+} // namespace tst_tarvisnet_lifetimes
+
+Q_DECLARE_METATYPE(tst_tarvisnet_lifetimes::NamedSignal)
+
+namespace tst_tarvisnet_lifetimes {
 
 /// What is still used outlives a manager that is replaced, and a client that is deleted.
 class tst_TarvisNetLifetimes : public QObject {
@@ -174,6 +181,8 @@ void tst_TarvisNetLifetimes::deletedBehindAReplacedManager()
     QVERIFY(bench.server.waitForConnections(0));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetLifetimes)
+const TestClass<tst_TarvisNetLifetimes> testClass("tst_tarvisnet_lifetimes");
+
+} // namespace tst_tarvisnet_lifetimes
 
 #include "tst_tarvisnet_lifetimes.moc"

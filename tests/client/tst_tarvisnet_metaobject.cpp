@@ -1,10 +1,15 @@
 #include "logcapture.h"
 #include "metaobject.h"
+#include "testclass.h"
 
 #include <tarvisnet/tarvisnet.h>
 
 #include <QtCore/QRegularExpression>
 #include <QtTest/QTest>
+
+Q_DECLARE_METATYPE(QMetaMethod::Access)
+
+namespace tst_tarvisnet_metaobject {
 
 namespace {
 
@@ -59,8 +64,6 @@ const QStringList signalsInOrder = {
 };
 
 } // namespace
-
-Q_DECLARE_METATYPE(QMetaMethod::Access)
 
 /// What applications find that connect by text or by index.
 class tst_TarvisNetMetaObject : public QObject {
@@ -160,6 +163,8 @@ void tst_TarvisNetMetaObject::registersTypes()
     QVERIFY(QMetaType::type(type) != QMetaType::UnknownType);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetMetaObject)
+const TestClass<tst_TarvisNetMetaObject> testClass("tst_tarvisnet_metaobject");
+
+} // namespace tst_tarvisnet_metaobject
 
 #include "tst_tarvisnet_metaobject.moc"

@@ -2,8 +2,11 @@
 #include "files.h"
 #include "onqt6.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_operations {
 
 using namespace clientaccess;
 
@@ -153,6 +156,8 @@ void tst_TarvisNetOperations::encodesLocally()
         QVERIFY(request.header("user-agent").startsWith(localUmlaut + "/0.0.0 "));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetOperations)
+const TestClass<tst_TarvisNetOperations> testClass("tst_tarvisnet_operations");
+
+} // namespace tst_tarvisnet_operations
 
 #include "tst_tarvisnet_operations.moc"

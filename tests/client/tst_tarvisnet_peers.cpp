@@ -1,13 +1,14 @@
 #include "clientbench.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QSslKey>
 #include <QtTest/QTest>
 
-using namespace clientaccess;
+namespace tst_tarvisnet_peers {
 
-Q_DECLARE_METATYPE(ScriptedServer::Certificate)
+using namespace clientaccess;
 
 namespace {
 
@@ -272,6 +273,8 @@ void tst_TarvisNetPeers::logsNameOneConstructor()
         QCOMPARE(entry.function, QByteArray("TarvisNet::TarvisNet(QObject*)"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetPeers)
+const TestClass<tst_TarvisNetPeers> testClass("tst_tarvisnet_peers");
+
+} // namespace tst_tarvisnet_peers
 
 #include "tst_tarvisnet_peers.moc"

@@ -1,7 +1,10 @@
 #include "clientbench.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_probe {
 
 using namespace clientaccess;
 
@@ -166,6 +169,8 @@ void tst_TarvisNetProbe::silentServerTimesOut()
     QCOMPARE(bench.error(), failure(-203, bench.url("")));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetProbe)
+const TestClass<tst_TarvisNetProbe> testClass("tst_tarvisnet_probe");
+
+} // namespace tst_tarvisnet_probe
 
 #include "tst_tarvisnet_probe.moc"

@@ -1,5 +1,6 @@
 #include "clientbench.h"
 #include "fakereply.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtTest/QSignalSpy>
@@ -7,9 +8,11 @@
 
 #include <limits>
 
-using namespace clientaccess;
-
 Q_DECLARE_METATYPE(QList<QNetworkReply::RawHeaderPair>)
+
+namespace tst_tarvisnet_progress {
+
+using namespace clientaccess;
 
 namespace {
 
@@ -305,5 +308,8 @@ void tst_TarvisNetProgress::showsHeaders()
     QCOMPARE(bench.recorder.names(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetProgress)
+const TestClass<tst_TarvisNetProgress> testClass("tst_tarvisnet_progress");
+
+} // namespace tst_tarvisnet_progress
+
 #include "tst_tarvisnet_progress.moc"

@@ -2,8 +2,11 @@
 #include "fakereply.h"
 #include "lockedqueue.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_queue {
 
 using namespace clientaccess;
 
@@ -204,6 +207,8 @@ void tst_TarvisNetQueue::removesActiveReply()
     QCOMPARE(bench.server.requests().last().path(), QByteArray("/pending"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetQueue)
+const TestClass<tst_TarvisNetQueue> testClass("tst_tarvisnet_queue");
+
+} // namespace tst_tarvisnet_queue
 
 #include "tst_tarvisnet_queue.moc"

@@ -1,8 +1,11 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_raw_files {
 
 using namespace clientaccess;
 
@@ -125,6 +128,8 @@ void tst_TarvisNetRawFiles::savesRequestsInFlightAtLastPath()
     QVERIFY(files::read(bench.path("A")).isNull());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetRawFiles)
+const TestClass<tst_TarvisNetRawFiles> testClass("tst_tarvisnet_raw_files");
+
+} // namespace tst_tarvisnet_raw_files
 
 #include "tst_tarvisnet_raw_files.moc"

@@ -1,4 +1,5 @@
 #include "clientbench.h"
+#include "testclass.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMetaType>
@@ -8,6 +9,8 @@
 
 Q_DECLARE_METATYPE(QList<QNetworkCookie>)
 Q_DECLARE_METATYPE(QNetworkRequest::KnownHeaders)
+
+namespace tst_tarvisnet_raw_headers {
 
 using Known = QNetworkRequest::KnownHeaders;
 
@@ -19,7 +22,11 @@ struct Operation {
                  const RawHeadersMap &rawHeaders);
 };
 
-Q_DECLARE_METATYPE(Operation)
+} // namespace tst_tarvisnet_raw_headers
+
+Q_DECLARE_METATYPE(tst_tarvisnet_raw_headers::Operation)
+
+namespace tst_tarvisnet_raw_headers {
 
 namespace {
 
@@ -291,6 +298,8 @@ void tst_TarvisNetRawHeaders::setsHeadersInOrder()
     QCOMPARE(names, expected);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetRawHeaders)
+const TestClass<tst_TarvisNetRawHeaders> testClass("tst_tarvisnet_raw_headers");
+
+} // namespace tst_tarvisnet_raw_headers
 
 #include "tst_tarvisnet_raw_headers.moc"

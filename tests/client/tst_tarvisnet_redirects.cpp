@@ -1,10 +1,13 @@
 #include "clientbench.h"
 #include "fakereply.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtNetwork/QNetworkCookie>
 #include <QtNetwork/QNetworkCookieJar>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_redirects {
 
 using namespace clientaccess;
 
@@ -61,7 +64,11 @@ public:
 
 } // namespace
 
-Q_DECLARE_METATYPE(Source)
+} // namespace tst_tarvisnet_redirects
+
+Q_DECLARE_METATYPE(tst_tarvisnet_redirects::Source)
+
+namespace tst_tarvisnet_redirects {
 
 /// Requests that the server sends elsewhere. Chains and dead ends for every kind of request are in
 /// the tests of faults.
@@ -353,6 +360,8 @@ void tst_TarvisNetRedirects::abortEndsALoop()
         QVERIFY(reply->isFinished());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetRedirects)
+const TestClass<tst_TarvisNetRedirects> testClass("tst_tarvisnet_redirects");
+
+} // namespace tst_tarvisnet_redirects
 
 #include "tst_tarvisnet_redirects.moc"

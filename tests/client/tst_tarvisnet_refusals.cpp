@@ -1,16 +1,17 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <functional>
 
+namespace tst_tarvisnet_refusals {
+
 using namespace clientaccess;
 
 using Call = std::function<void(TarvisNet &client)>;
-
-Q_DECLARE_METATYPE(Call)
 
 /// Every way in which an operation says no.
 class tst_TarvisNetRefusals : public QObject {
@@ -243,6 +244,8 @@ void tst_TarvisNetRefusals::keepsTheSavePath()
     QVERIFY(files::read(bench.path("B")).isNull());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetRefusals)
+const TestClass<tst_TarvisNetRefusals> testClass("tst_tarvisnet_refusals");
+
+} // namespace tst_tarvisnet_refusals
 
 #include "tst_tarvisnet_refusals.moc"

@@ -2,8 +2,11 @@
 #include "fakereply.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_replies {
 
 using namespace clientaccess;
 
@@ -404,6 +407,8 @@ void tst_TarvisNetReplies::stopsTheProbeAfterADownload()
              QStringList({"s_startPing", removed, "s_finished", removed, "s_stopPing"}));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetReplies)
+const TestClass<tst_TarvisNetReplies> testClass("tst_tarvisnet_replies");
+
+} // namespace tst_tarvisnet_replies
 
 #include "tst_tarvisnet_replies.moc"

@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QLocale>
@@ -10,12 +11,12 @@
 #include <functional>
 #include <memory>
 
+namespace tst_tarvisnet_retries {
+
 using namespace clientaccess;
 
 using Handler = ScriptedServer::Handler;
 using Mode = ScriptedServer::Mode;
-
-Q_DECLARE_METATYPE(Handler)
 
 namespace {
 
@@ -89,8 +90,6 @@ bool letOthersRetry()
 using End = std::function<void(ClientBench &)>;
 
 } // namespace
-
-Q_DECLARE_METATYPE(End)
 
 /// Which requests are sent again after a failure, and what comes of them.
 class tst_TarvisNetRetries : public QObject {
@@ -499,6 +498,8 @@ void tst_TarvisNetRetries::stays()
     QCOMPARE(retry.bench.errors(), QList<int>());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetRetries)
+const TestClass<tst_TarvisNetRetries> testClass("tst_tarvisnet_retries");
+
+} // namespace tst_tarvisnet_retries
 
 #include "tst_tarvisnet_retries.moc"

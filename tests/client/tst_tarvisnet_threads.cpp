@@ -1,3 +1,4 @@
+#include "testclass.h"
 #include "threadsbench.h"
 
 #include <QtNetwork/QNetworkCookieJar>
@@ -6,13 +7,12 @@
 
 #include <algorithm>
 
+namespace tst_tarvisnet_threads {
+
 using namespace threadsbench;
 
 using Handler = ScriptedServer::Handler;
 using Mode = ScriptedServer::Mode;
-
-Q_DECLARE_METATYPE(Handler)
-Q_DECLARE_METATYPE(ScriptedServer::Certificate)
 
 namespace {
 
@@ -356,6 +356,8 @@ void tst_TarvisNetThreads::interimAnswerLeavesOthersAlone()
     QCOMPARE(bench.outcomes(), mostThreads);
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetThreads)
+const TestClass<tst_TarvisNetThreads> testClass("tst_tarvisnet_threads");
+
+} // namespace tst_tarvisnet_threads
 
 #include "tst_tarvisnet_threads.moc"

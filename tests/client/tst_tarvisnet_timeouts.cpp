@@ -1,5 +1,6 @@
 #include "clientbench.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QJsonObject>
@@ -8,11 +9,11 @@
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QTest>
 
+namespace tst_tarvisnet_timeouts {
+
 using namespace clientaccess;
 
 using Handler = ScriptedServer::Handler;
-
-Q_DECLARE_METATYPE(Handler)
 
 namespace {
 
@@ -276,6 +277,8 @@ void tst_TarvisNetTimeouts::resultIsTheEnd()
     QCOMPARE(bench.errors(), QList<int>());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetTimeouts)
+const TestClass<tst_TarvisNetTimeouts> testClass("tst_tarvisnet_timeouts");
+
+} // namespace tst_tarvisnet_timeouts
 
 #include "tst_tarvisnet_timeouts.moc"

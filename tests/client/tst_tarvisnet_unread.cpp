@@ -1,9 +1,12 @@
 #include "clientbench.h"
 #include "files.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_tarvisnet_unread {
 
 using namespace clientaccess;
 
@@ -191,6 +194,8 @@ void tst_TarvisNetUnread::boundsFilesOnly()
     QCOMPARE(reply->readBufferSize() > 0, kind.isFile());
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetUnread)
+const TestClass<tst_TarvisNetUnread> testClass("tst_tarvisnet_unread");
+
+} // namespace tst_tarvisnet_unread
 
 #include "tst_tarvisnet_unread.moc"

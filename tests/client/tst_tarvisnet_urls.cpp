@@ -1,15 +1,16 @@
 #include "clientbench.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <functional>
 
+namespace tst_tarvisnet_urls {
+
 using namespace clientaccess;
 
 using Configure = std::function<void(TarvisNet &client)>;
-
-Q_DECLARE_METATYPE(Configure)
 
 /// Which URL an operation asks for.
 class tst_TarvisNetUrls : public QObject {
@@ -291,6 +292,8 @@ void tst_TarvisNetUrls::acceptsRelativeUrl()
     QCOMPARE(bench.error(), failure(-203, "some/path"));
 }
 
-QTEST_GUILESS_MAIN(tst_TarvisNetUrls)
+const TestClass<tst_TarvisNetUrls> testClass("tst_tarvisnet_urls");
+
+} // namespace tst_tarvisnet_urls
 
 #include "tst_tarvisnet_urls.moc"

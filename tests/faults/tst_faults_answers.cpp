@@ -2,9 +2,12 @@
 #include "faultrows.h"
 #include "files.h"
 #include "servedfaults.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_faults_answers {
 
 using faultrows::Mode;
 
@@ -100,6 +103,8 @@ void tst_FaultsAnswers::endlessAnswerIsAborted()
     QCOMPARE(saved.size() >= size, kind.isBinary());
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsAnswers)
+const TestClass<tst_FaultsAnswers> testClass("tst_faults_answers");
+
+} // namespace tst_faults_answers
 
 #include "tst_faults_answers.moc"

@@ -3,9 +3,12 @@
 #include "faultrows.h"
 #include "files.h"
 #include "handshakefaults.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_faults_connections {
 
 using namespace clientaccess;
 
@@ -104,6 +107,8 @@ void tst_FaultsConnections::muteServerIsAborted()
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsConnections)
+const TestClass<tst_FaultsConnections> testClass("tst_faults_connections");
+
+} // namespace tst_faults_connections
 
 #include "tst_faults_connections.moc"

@@ -1,6 +1,7 @@
 #include "faultbench.h"
 #include "faultrows.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -9,6 +10,8 @@
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_faults_downloads {
 
 using namespace clientaccess;
 
@@ -40,8 +43,12 @@ struct FileFault {
     QByteArray destination = QByteArray();
 };
 
-Q_DECLARE_METATYPE(RangeAnswer)
-Q_DECLARE_METATYPE(FileFault)
+} // namespace tst_faults_downloads
+
+Q_DECLARE_METATYPE(tst_faults_downloads::RangeAnswer)
+Q_DECLARE_METATYPE(tst_faults_downloads::FileFault)
+
+namespace tst_faults_downloads {
 
 namespace {
 
@@ -280,6 +287,8 @@ void tst_FaultsDownloads::twoDownloadsOfOneName()
     QCOMPARE(files::read(bench.destination()), QByteArray("abcuvw"));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsDownloads)
+const TestClass<tst_FaultsDownloads> testClass("tst_faults_downloads");
+
+} // namespace tst_faults_downloads
 
 #include "tst_faults_downloads.moc"

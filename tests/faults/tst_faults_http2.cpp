@@ -1,12 +1,17 @@
 #include "files.h"
 #include "http2bench.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QTimer>
 #include <QtTest/QTest>
 
 #include <algorithm>
 #include <functional>
+
+Q_DECLARE_METATYPE(std::function<void(Http2Server &)>)
+
+namespace tst_faults_http2 {
 
 using Handler = Http2Server::Handler;
 using Spoil = std::function<void(Http2Server &)>;
@@ -32,9 +37,11 @@ struct StreamFault {
     }
 };
 
-Q_DECLARE_METATYPE(StreamFault)
-Q_DECLARE_METATYPE(Handler)
-Q_DECLARE_METATYPE(Spoil)
+} // namespace tst_faults_http2
+
+Q_DECLARE_METATYPE(tst_faults_http2::StreamFault)
+
+namespace tst_faults_http2 {
 
 namespace {
 
@@ -187,7 +194,7 @@ struct FaultyHttp2 : Http2Bench {
         });
     }
 
-    static QByteArray own(const QByteArray &path) { return R"({"path":")" + path + "\"}"; }
+    static QByteArray own(const QByteArray &path) { return "{\"path\":\"" + path + "\"}"; }
 
     void start(const RequestKind &kind, const char *path = "/fault")
     {
@@ -729,6 +736,8 @@ void tst_FaultsHttp2::goesAwayWhileItAnswers()
     QVERIFY2(ways.contains(seen), qPrintable(seen));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsHttp2)
+const TestClass<tst_FaultsHttp2> testClass("tst_faults_http2");
+
+} // namespace tst_faults_http2
 
 #include "tst_faults_http2.moc"

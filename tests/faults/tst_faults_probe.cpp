@@ -2,6 +2,7 @@
 #include "endings.h"
 #include "files.h"
 #include "strictbench.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -11,6 +12,8 @@
 
 #include <memory>
 #include <vector>
+
+namespace tst_faults_probe {
 
 using Mode = ScriptedServer::Mode;
 using endings::signalText;
@@ -324,6 +327,8 @@ void tst_FaultsProbe::refusedConnectionStrictly()
                           "s_repliesCountChanged", "s_stopPing"}));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsProbe)
+const TestClass<tst_FaultsProbe> testClass("tst_faults_probe");
+
+} // namespace tst_faults_probe
 
 #include "tst_faults_probe.moc"

@@ -4,9 +4,12 @@
 #include "handshakefaults.h"
 #include "processorrun.h"
 #include "servedfaults.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_faults_processor {
 
 namespace {
 
@@ -116,6 +119,8 @@ void tst_FaultsProcessor::shakesHands()
     QVERIFY(!QFileInfo::exists(run.path()));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsProcessor)
+const TestClass<tst_FaultsProcessor> testClass("tst_faults_processor");
+
+} // namespace tst_faults_processor
 
 #include "tst_faults_processor.moc"

@@ -2,10 +2,13 @@
 #include "endings.h"
 #include "faultrows.h"
 #include "strictbench.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <algorithm>
+
+namespace tst_faults_queue {
 
 using namespace clientaccess;
 
@@ -19,7 +22,11 @@ struct Failing {
     Code code;
 };
 
-Q_DECLARE_METATYPE(Failing)
+} // namespace tst_faults_queue
+
+Q_DECLARE_METATYPE(tst_faults_queue::Failing)
+
+namespace tst_faults_queue {
 
 namespace {
 
@@ -291,6 +298,8 @@ void tst_FaultsQueue::endsWithTheClient()
     QCOMPARE(bench.results(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsQueue)
+const TestClass<tst_FaultsQueue> testClass("tst_faults_queue");
+
+} // namespace tst_faults_queue
 
 #include "tst_faults_queue.moc"

@@ -1,11 +1,14 @@
 #include "faultbench.h"
 #include "faultrows.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_faults_redirects {
 
 using namespace clientaccess;
 
@@ -110,8 +113,12 @@ struct FailureText {
 
 } // namespace
 
-Q_DECLARE_METATYPE(ChainEnd)
-Q_DECLARE_METATYPE(DeadEnd)
+} // namespace tst_faults_redirects
+
+Q_DECLARE_METATYPE(tst_faults_redirects::ChainEnd)
+Q_DECLARE_METATYPE(tst_faults_redirects::DeadEnd)
+
+namespace tst_faults_redirects {
 
 /// Redirects to where nothing is, and long ways, for every kind of request.
 class tst_FaultsRedirects : public QObject {
@@ -269,6 +276,8 @@ void tst_FaultsRedirects::chainEndsInAnError()
     QVERIFY(!QFileInfo::exists(bench.temporary()));
 }
 
-QTEST_GUILESS_MAIN(tst_FaultsRedirects)
+const TestClass<tst_FaultsRedirects> testClass("tst_faults_redirects");
+
+} // namespace tst_faults_redirects
 
 #include "tst_faults_redirects.moc"

@@ -1,12 +1,15 @@
 #include "answers.h"
 #include "fetchbench.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QJsonArray>
 #include <QtNetwork/QSslCertificate>
 #include <QtNetwork/QSslKey>
 #include <QtTest/QTest>
+
+namespace tst_fetch {
 
 namespace {
 
@@ -288,5 +291,8 @@ void tst_Fetch::downloads()
     QCOMPARE(bench.output(), QByteArray());
 }
 
-QTEST_GUILESS_MAIN(tst_Fetch)
+const TestClass<tst_Fetch> testClass("tst_fetch");
+
+} // namespace tst_fetch
+
 #include "tst_fetch.moc"

@@ -1,11 +1,14 @@
 #include "answers.h"
 #include "fetchbench.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtTest/QTest>
 
 #include <algorithm>
+
+namespace tst_fetch_output {
 
 namespace {
 
@@ -149,5 +152,8 @@ void tst_FetchOutput::progressIsALineForATenth()
     QCOMPARE(std::adjacent_find(tenths.cbegin(), tenths.cend()), tenths.cend());
 }
 
-QTEST_GUILESS_MAIN(tst_FetchOutput)
+const TestClass<tst_FetchOutput> testClass("tst_fetch_output");
+
+} // namespace tst_fetch_output
+
 #include "tst_fetch_output.moc"

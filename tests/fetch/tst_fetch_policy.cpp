@@ -2,9 +2,12 @@
 #include "fetchbench.h"
 #include "files.h"
 #include "nginxserver.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtTest/QTest>
+
+namespace tst_fetch_policy {
 
 namespace {
 
@@ -249,5 +252,8 @@ void tst_FetchPolicy::speaks()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_FetchPolicy)
+const TestClass<tst_FetchPolicy> testClass("tst_fetch_policy");
+
+} // namespace tst_fetch_policy
+
 #include "tst_fetch_policy.moc"

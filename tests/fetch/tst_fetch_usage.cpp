@@ -1,7 +1,10 @@
 #include "fetchbench.h"
 #include "files.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_fetch_usage {
 
 namespace {
 
@@ -118,5 +121,8 @@ void tst_FetchUsage::helpIsAResult()
     QVERIFY(bench.output().contains("\n    7  it took too long\n"));
 }
 
-QTEST_GUILESS_MAIN(tst_FetchUsage)
+const TestClass<tst_FetchUsage> testClass("tst_fetch_usage");
+
+} // namespace tst_fetch_usage
+
 #include "tst_fetch_usage.moc"

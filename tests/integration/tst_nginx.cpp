@@ -1,10 +1,13 @@
 #include "clientbench.h"
 #include "nginxcontent.h"
 #include "operations.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonObject>
 #include <QtTest/QTest>
+
+namespace tst_nginx {
 
 using namespace clientaccess;
 
@@ -161,6 +164,8 @@ void tst_Nginx::speaksTls()
     QCOMPARE(server.accessLog("/any").first().tls, protocol);
 }
 
-QTEST_GUILESS_MAIN(tst_Nginx)
+const TestClass<tst_Nginx> testClass("tst_nginx");
+
+} // namespace tst_nginx
 
 #include "tst_nginx.moc"

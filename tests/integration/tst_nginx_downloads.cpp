@@ -1,8 +1,11 @@
 #include "clientbench.h"
 #include "nginxcontent.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_nginx_downloads {
 
 namespace {
 
@@ -141,6 +144,8 @@ void tst_NginxDownloads::abortsAndResumes()
     QCOMPARE(seen.at(1).sent, m_content.big.size() - loaded);
 }
 
-QTEST_GUILESS_MAIN(tst_NginxDownloads)
+const TestClass<tst_NginxDownloads> testClass("tst_nginx_downloads");
+
+} // namespace tst_nginx_downloads
 
 #include "tst_nginx_downloads.moc"

@@ -1,6 +1,7 @@
 #include "clientbench.h"
 #include "files.h"
 #include "realservers.h"
+#include "testclass.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDateTime>
@@ -9,6 +10,8 @@
 #include <QtCore/QScopedPointer>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
+
+namespace tst_servers {
 
 namespace {
 
@@ -346,6 +349,8 @@ void tst_Servers::failsPostThatIsHintedAt()
     QCOMPARE(visit.recorder.count("s_rawPost"), 0);
 }
 
-QTEST_GUILESS_MAIN(tst_Servers)
+const TestClass<tst_Servers> testClass("tst_servers");
+
+} // namespace tst_servers
 
 #include "tst_servers.moc"

@@ -1,10 +1,13 @@
 #include "metaobject.h"
 #include "pingbench.h"
+#include "testclass.h"
 
 #include <QtCore/QWeakPointer>
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_remoteping {
 
 namespace {
 
@@ -14,8 +17,6 @@ const char sourceFile[] = "../../source/appl/remoteping";
 using Edit = std::function<void(RemotePing &)>;
 
 } // namespace
-
-Q_DECLARE_METATYPE(Edit)
 
 class tst_RemotePing : public QObject {
     Q_OBJECT
@@ -304,6 +305,8 @@ void tst_RemotePing::managerCanBeReplaced()
     QCOMPARE(second->count(), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_RemotePing)
+const TestClass<tst_RemotePing> testClass("tst_remoteping");
+
+} // namespace tst_remoteping
 
 #include "tst_remoteping.moc"

@@ -2,11 +2,14 @@
 #include "pingbench.h"
 #include "qtversion_p.h"
 #include "scriptedserver.h"
+#include "testclass.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QMetaEnum>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QTest>
+
+namespace tst_remoteping_answers {
 
 using NetworkError = QNetworkReply::NetworkError;
 
@@ -37,8 +40,6 @@ QString errorText(NetworkError error, const QString &text)
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(ScriptedServer::Handler)
 
 class tst_RemotePingAnswers : public QObject {
     Q_OBJECT
@@ -396,6 +397,8 @@ void tst_RemotePingAnswers::endlessBodiesAreDropped()
     QCOMPARE(bench.signals.names(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_RemotePingAnswers)
+const TestClass<tst_RemotePingAnswers> testClass("tst_remoteping_answers");
+
+} // namespace tst_remoteping_answers
 
 #include "tst_remoteping_answers.moc"

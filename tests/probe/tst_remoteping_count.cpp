@@ -1,16 +1,17 @@
 #include "pingbench.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_remoteping_count {
 
 namespace {
 
 using Edit = std::function<void(RemotePing &)>;
 
 } // namespace
-
-Q_DECLARE_METATYPE(Edit)
 
 class tst_RemotePingCount : public QObject {
     Q_OBJECT
@@ -215,6 +216,8 @@ void tst_RemotePingCount::failedSendsAreCounted()
     QCOMPARE(bench.manager->count(), 0);
 }
 
-QTEST_GUILESS_MAIN(tst_RemotePingCount)
+const TestClass<tst_RemotePingCount> testClass("tst_remoteping_count");
+
+} // namespace tst_remoteping_count
 
 #include "tst_remoteping_count.moc"

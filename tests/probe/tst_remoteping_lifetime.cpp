@@ -1,11 +1,16 @@
 #include "answers.h"
 #include "pingbench.h"
 #include "scriptedserver.h"
+#include "testclass.h"
 
 #include <QtCore/QWeakPointer>
 #include <QtTest/QTest>
 
 #include <functional>
+
+Q_DECLARE_METATYPE(std::function<void(PingBench &)>)
+
+namespace tst_remoteping_lifetime {
 
 namespace {
 
@@ -66,8 +71,6 @@ private:
 };
 
 } // namespace
-
-Q_DECLARE_METATYPE(Step)
 
 class tst_RemotePingLifetime : public QObject {
     Q_OBJECT
@@ -381,6 +384,8 @@ void tst_RemotePingLifetime::managerLostInsideASignal()
     PingBench::releaseDeleted();
 }
 
-QTEST_GUILESS_MAIN(tst_RemotePingLifetime)
+const TestClass<tst_RemotePingLifetime> testClass("tst_remoteping_lifetime");
+
+} // namespace tst_remoteping_lifetime
 
 #include "tst_remoteping_lifetime.moc"

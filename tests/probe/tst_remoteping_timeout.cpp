@@ -1,6 +1,7 @@
 #include "answers.h"
 #include "pingbench.h"
 #include "scriptedserver.h"
+#include "testclass.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QRegularExpression>
@@ -8,13 +9,21 @@
 
 #include <functional>
 
+namespace tst_remoteping_timeout {
+
+using Action = std::function<void(const PingBench &)>;
+
+} // namespace tst_remoteping_timeout
+
+Q_DECLARE_METATYPE(tst_remoteping_timeout::Action)
+
+namespace tst_remoteping_timeout {
+
 namespace {
 
 // A silence of any length, even of none, is longer than this.
 const int always = -1;
 const int never = 2147483647;
-
-using Action = std::function<void(const PingBench &)>;
 
 QRegularExpressionMatch matchNotAnswered(const QString &text)
 {
@@ -31,8 +40,6 @@ bool passTime(int msec)
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(Action)
 
 class tst_RemotePingTimeout : public QObject {
     Q_OBJECT
@@ -268,6 +275,8 @@ void tst_RemotePingTimeout::failuresAreNoAnswers()
     QCOMPARE(real.signals.count("s_ping"), 0);
 }
 
-QTEST_GUILESS_MAIN(tst_RemotePingTimeout)
+const TestClass<tst_RemotePingTimeout> testClass("tst_remoteping_timeout");
+
+} // namespace tst_remoteping_timeout
 
 #include "tst_remoteping_timeout.moc"

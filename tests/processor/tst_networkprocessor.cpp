@@ -1,5 +1,6 @@
 #include "onqt6.h"
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QMetaMethod>
@@ -8,6 +9,8 @@
 #include <QtTest/QTest>
 
 #include <thread>
+
+namespace tst_networkprocessor {
 
 using namespace processorbench;
 
@@ -303,5 +306,8 @@ void tst_NetworkProcessor::logsWhereItIs()
     QVERIFY(found > 0);
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessor)
+const TestClass<tst_NetworkProcessor> testClass("tst_networkprocessor");
+
+} // namespace tst_networkprocessor
+
 #include "tst_networkprocessor.moc"

@@ -1,10 +1,13 @@
 #include "files.h"
 #include "operations.h"
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtTest/QTest>
+
+namespace tst_networkprocessor_files {
 
 using namespace processorbench;
 
@@ -342,5 +345,8 @@ void tst_NetworkProcessorFiles::rawGetFile()
     QCOMPARE(bench.texts("handleReply"), expected);
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorFiles)
+const TestClass<tst_NetworkProcessorFiles> testClass("tst_networkprocessor_files");
+
+} // namespace tst_networkprocessor_files
+
 #include "tst_networkprocessor_files.moc"

@@ -1,11 +1,14 @@
 #include "files.h"
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QMetaMethod>
 #include <QtCore/QSet>
 #include <QtTest/QTest>
 
 #include <functional>
+
+namespace tst_networkprocessor_lifetime {
 
 using namespace processorbench;
 
@@ -346,5 +349,8 @@ void tst_NetworkProcessorLifetime::largeBodies()
     QCOMPARE(bench.outcomes().last().first().toString(), last);
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorLifetime)
+const TestClass<tst_NetworkProcessorLifetime> testClass("tst_networkprocessor_lifetime");
+
+} // namespace tst_networkprocessor_lifetime
+
 #include "tst_networkprocessor_lifetime.moc"

@@ -1,8 +1,11 @@
 #include "metaobject.h"
+#include "testclass.h"
 
 #include <tarvisnet/networkprocessor.h>
 
 #include <QtTest/QTest>
+
+namespace tst_networkprocessor_metaobject {
 
 class tst_NetworkProcessorMetaObject : public QObject {
     Q_OBJECT
@@ -73,5 +76,8 @@ void tst_NetworkProcessorMetaObject::canBeCalledWithoutTheUrl()
     QCOMPARE(urls, (QStringList{QString(), QString(), QString(), QString()}));
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorMetaObject)
+const TestClass<tst_NetworkProcessorMetaObject> testClass("tst_networkprocessor_metaobject");
+
+} // namespace tst_networkprocessor_metaobject
+
 #include "tst_networkprocessor_metaobject.moc"

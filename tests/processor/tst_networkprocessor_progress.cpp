@@ -1,9 +1,12 @@
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QtNumeric>
 #include <QtTest/QTest>
 
 #include <limits>
+
+namespace tst_networkprocessor_progress {
 
 using namespace processorbench;
 
@@ -278,5 +281,8 @@ void tst_NetworkProcessorProgress::headers()
     QCOMPARE(bench.recorder.names(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorProgress)
+const TestClass<tst_NetworkProcessorProgress> testClass("tst_networkprocessor_progress");
+
+} // namespace tst_networkprocessor_progress
+
 #include "tst_networkprocessor_progress.moc"

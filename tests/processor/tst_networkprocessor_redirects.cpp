@@ -1,9 +1,12 @@
 #include "files.h"
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonArray>
 #include <QtNetwork/QSslConfiguration>
 #include <QtTest/QTest>
+
+namespace tst_networkprocessor_redirects {
 
 using namespace processorbench;
 
@@ -233,5 +236,8 @@ void tst_NetworkProcessorRedirects::tellsWhetherItRedirected()
     QCOMPARE(bench.texts(), (QStringList{redirectText.arg("http://127.0.0.1/"), sentText}));
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorRedirects)
+const TestClass<tst_NetworkProcessorRedirects> testClass("tst_networkprocessor_redirects");
+
+} // namespace tst_networkprocessor_redirects
+
 #include "tst_networkprocessor_redirects.moc"

@@ -1,4 +1,5 @@
 #include "processorbench.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QMetaEnum>
@@ -6,11 +7,13 @@
 
 #include <functional>
 
+Q_DECLARE_METATYPE(std::function<void(ProcessorBench &)>)
+
+namespace tst_networkprocessor_replies {
+
 using namespace processorbench;
 
 using Action = std::function<void(ProcessorBench &)>;
-
-Q_DECLARE_METATYPE(Action)
 
 /// What each kind of request ends with, and what each error does.
 class tst_NetworkProcessorReplies : public QObject {
@@ -334,5 +337,8 @@ void tst_NetworkProcessorReplies::logsBeforeItEmits()
     QCOMPARE(lastMessages.value(0), message);
 }
 
-QTEST_GUILESS_MAIN(tst_NetworkProcessorReplies)
+const TestClass<tst_NetworkProcessorReplies> testClass("tst_networkprocessor_replies");
+
+} // namespace tst_networkprocessor_replies
+
 #include "tst_networkprocessor_replies.moc"

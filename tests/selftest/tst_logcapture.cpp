@@ -1,9 +1,12 @@
 #include "logcapture.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <thread>
 #include <vector>
+
+namespace tst_logcapture {
 
 namespace {
 
@@ -165,5 +168,8 @@ void tst_LogCapture::hearsOtherThreads()
     QCOMPARE(log.count(QtDebugMsg, "hello"), 4 * messagesEach);
 }
 
-QTEST_GUILESS_MAIN(tst_LogCapture)
+const TestClass<tst_LogCapture> testClass("tst_logcapture");
+
+} // namespace tst_logcapture
+
 #include "tst_logcapture.moc"

@@ -1,5 +1,6 @@
 #include "answers.h"
 #include "signalrecorder.h"
+#include "testclass.h"
 
 #include <QtCore/QScopedPointer>
 #include <QtNetwork/QNetworkAccessManager>
@@ -13,9 +14,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using Script = std::function<void(HttpResponse &)>;
+Q_DECLARE_METATYPE(std::function<void(HttpResponse &)>)
 
-Q_DECLARE_METATYPE(Script)
+namespace tst_scriptedserver {
+
+using Script = std::function<void(HttpResponse &)>;
 
 namespace {
 
@@ -383,5 +386,8 @@ void tst_ScriptedServer::generatedBytesDependOnTheirPlace()
     QVERIFY(whole.left(4096) != whole.mid(4096, 4096));
 }
 
-QTEST_GUILESS_MAIN(tst_ScriptedServer)
+const TestClass<tst_ScriptedServer> testClass("tst_scriptedserver");
+
+} // namespace tst_scriptedserver
+
 #include "tst_scriptedserver.moc"

@@ -1,11 +1,14 @@
 #include "fakereply.h"
 #include "onqt6.h"
 #include "signalrecorder.h"
+#include "testclass.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QTimer>
 #include <QtTest/QTest>
+
+namespace tst_signalrecorder {
 
 using HeaderPairs = QList<QNetworkReply::RawHeaderPair>;
 
@@ -211,5 +214,8 @@ void tst_SignalRecorder::waitsMayBeNested()
     QVERIFY(innerReached);
 }
 
-QTEST_GUILESS_MAIN(tst_SignalRecorder)
+const TestClass<tst_SignalRecorder> testClass("tst_signalrecorder");
+
+} // namespace tst_signalrecorder
+
 #include "tst_signalrecorder.moc"

@@ -10,9 +10,6 @@
 
 #include <memory>
 
-Q_DECLARE_METATYPE(ScriptedServer::Certificate)
-Q_DECLARE_METATYPE(ScriptedServer::Handler)
-
 /// The updater of the documents against servers, disks and fates that are not kind to it. Of its
 /// three files the second is the one that suffers.
 class tst_snippet_updater : public QObject {

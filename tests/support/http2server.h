@@ -115,4 +115,6 @@ private:
     Awaiter m_awaiter;
 };
 
+Q_DECLARE_METATYPE(Http2Server::Handler)
+
 #endif // TARVISNET_TESTS_HTTP2SERVER_H

@@ -147,6 +147,8 @@ private:
     Awaiter m_awaiter;
 };
 
+Q_DECLARE_METATYPE(ScriptedServer::Certificate)
+Q_DECLARE_METATYPE(ScriptedServer::Handler)
 Q_DECLARE_METATYPE(ScriptedServer::Mode)
 
 #endif // TARVISNET_TESTS_SCRIPTEDSERVER_H

@@ -1,4 +1,5 @@
 #include "backgroundwork_p.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QEventLoop>
@@ -8,6 +9,8 @@
 #include <QtTest/QTest>
 
 #include <utility>
+
+namespace tst_backgroundwork {
 
 namespace {
 
@@ -174,6 +177,8 @@ void tst_BackgroundWork::letsGoOfIdleThreads()
     QTRY_VERIFY_WITH_TIMEOUT(threadCount() <= before, 20000);
 }
 
-QTEST_GUILESS_MAIN(tst_BackgroundWork)
+const TestClass<tst_BackgroundWork> testClass("tst_backgroundwork");
+
+} // namespace tst_backgroundwork
 
 #include "tst_backgroundwork.moc"

@@ -1,9 +1,12 @@
 #include "bodydecoder_p.h"
 #include "httpresponse.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
 
 #include <zlib.h>
+
+namespace tst_bodydecoder {
 
 namespace {
 
@@ -53,7 +56,11 @@ const QByteArray text = "{\"asked\":[1,2,3],\"asked again\":[1,2,3,4]}";
 
 } // namespace
 
-Q_DECLARE_METATYPE(State)
+} // namespace tst_bodydecoder
+
+Q_DECLARE_METATYPE(tst_bodydecoder::State)
+
+namespace tst_bodydecoder {
 
 class tst_BodyDecoder : public QObject {
     Q_OBJECT
@@ -266,6 +273,8 @@ void tst_BodyDecoder::unpacksLittleOfABomb()
     QCOMPARE(bench.body.size(), MiB);
 }
 
-QTEST_APPLESS_MAIN(tst_BodyDecoder)
+const TestClass<tst_BodyDecoder> testClass("tst_bodydecoder");
+
+} // namespace tst_bodydecoder
 
 #include "tst_bodydecoder.moc"

@@ -6,6 +6,7 @@
 #include "filesizelimit.h"
 #include "replacement_p.h"
 #include "temporaryfile_p.h"
+#include "testclass.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QEventLoop>
@@ -22,6 +23,10 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+Q_DECLARE_METATYPE(ResumePoint)
+
+namespace tst_checkedfile {
 
 using Verdict = CheckedFile::Verdict;
 
@@ -193,9 +198,12 @@ private:
 
 } // namespace
 
-Q_DECLARE_METATYPE(Verdict)
-Q_DECLARE_METATYPE(Reply)
-Q_DECLARE_METATYPE(ResumePoint)
+} // namespace tst_checkedfile
+
+Q_DECLARE_METATYPE(tst_checkedfile::Verdict)
+Q_DECLARE_METATYPE(tst_checkedfile::Reply)
+
+namespace tst_checkedfile {
 
 class tst_CheckedFile : public QObject {
     Q_OBJECT
@@ -1114,6 +1122,8 @@ void tst_CheckedFile::identity()
     QCOMPARE(CheckedFile::identity(directory.filePath("no/file")), directory.filePath("no/file"));
 }
 
-QTEST_GUILESS_MAIN(tst_CheckedFile)
+const TestClass<tst_CheckedFile> testClass("tst_checkedfile");
+
+} // namespace tst_checkedfile
 
 #include "tst_checkedfile.moc"

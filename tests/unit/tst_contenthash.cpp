@@ -2,6 +2,7 @@
 #include "files.h"
 #include "httpresponse.h"
 #include "temporaryfile_p.h"
+#include "testclass.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QScopedPointer>
@@ -9,6 +10,8 @@
 #include <QtTest/QTest>
 
 #include <unistd.h>
+
+namespace tst_contenthash {
 
 namespace {
 
@@ -219,6 +222,8 @@ void tst_ContentHash::forgetsWhenItEnds()
     QCOMPARE(calls, 0);
 }
 
-QTEST_GUILESS_MAIN(tst_ContentHash)
+const TestClass<tst_ContentHash> testClass("tst_contenthash");
+
+} // namespace tst_contenthash
 
 #include "tst_contenthash.moc"

@@ -2,6 +2,7 @@
 #include "fakereply.h"
 #include "files.h"
 #include "filesizelimit.h"
+#include "testclass.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>
@@ -10,9 +11,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+namespace tst_downloadfile {
+
 using Append = DownloadFile::Append;
 
-Q_DECLARE_METATYPE(Append)
+} // namespace tst_downloadfile
+
+Q_DECLARE_METATYPE(tst_downloadfile::Append)
+
+namespace tst_downloadfile {
 
 class tst_DownloadFile : public QObject {
     Q_OBJECT
@@ -238,6 +245,8 @@ void tst_DownloadFile::overwriteStartReportsAFileThatCannotBeOpened()
     QVERIFY(!savedfile::overwriteStart(directory.filePath("no/file"), "body"));
 }
 
-QTEST_GUILESS_MAIN(tst_DownloadFile)
+const TestClass<tst_DownloadFile> testClass("tst_downloadfile");
+
+} // namespace tst_downloadfile
 
 #include "tst_downloadfile.moc"

@@ -1,6 +1,7 @@
 #include "fakereply.h"
 #include "lifetime_p.h"
 #include "logcapture.h"
+#include "testclass.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QScopedPointer>
@@ -11,6 +12,8 @@
 
 #include <functional>
 #include <thread>
+
+namespace tst_lifetime {
 
 namespace {
 
@@ -309,6 +312,8 @@ void tst_Lifetime::mutexOutlivesItsOwner()
     QCOMPARE(log.texts(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_Lifetime)
+const TestClass<tst_Lifetime> testClass("tst_lifetime");
+
+} // namespace tst_lifetime
 
 #include "tst_lifetime.moc"

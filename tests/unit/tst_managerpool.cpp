@@ -1,5 +1,6 @@
 #include "fakemanager.h"
 #include "managerpool_p.h"
+#include "testclass.h"
 #include "traditionalrules_p.h"
 
 #include <QtCore/QPointer>
@@ -8,6 +9,8 @@
 #include <QtTest/QTest>
 
 #include <algorithm>
+
+namespace tst_managerpool {
 
 namespace {
 
@@ -91,7 +94,11 @@ enum class Owner { Client, Nobody, Application };
 
 } // namespace
 
-Q_DECLARE_METATYPE(Owner)
+} // namespace tst_managerpool
+
+Q_DECLARE_METATYPE(tst_managerpool::Owner)
+
+namespace tst_managerpool {
 
 /// The managers of one client.
 class tst_ManagerPool : public QObject {
@@ -446,6 +453,8 @@ void tst_ManagerPool::tellsTheNextDrop()
     QVERIFY(!stage.pool->nextDrop().isForever());
 }
 
-QTEST_GUILESS_MAIN(tst_ManagerPool)
+const TestClass<tst_ManagerPool> testClass("tst_managerpool");
+
+} // namespace tst_managerpool
 
 #include "tst_managerpool.moc"

@@ -1,7 +1,12 @@
 #include "logcapture.h"
 #include "messagelog_p.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+Q_DECLARE_METATYPE(QtMsgType)
+
+namespace tst_messagelog {
 
 namespace {
 
@@ -19,8 +24,11 @@ void sharedHelper(const char *function)
 
 } // namespace
 
-Q_DECLARE_METATYPE(QtMsgType)
-Q_DECLARE_METATYPE(Level)
+} // namespace tst_messagelog
+
+Q_DECLARE_METATYPE(tst_messagelog::Level)
+
+namespace tst_messagelog {
 
 class tst_MessageLog : public QObject {
     Q_OBJECT
@@ -114,7 +122,8 @@ void tst_MessageLog::carriesTheCallersSignature()
     sharedHelper(Q_FUNC_INFO);
 
     for (const LogEntry &entry : log.entries())
-        QCOMPARE(entry.function, QByteArray("void tst_MessageLog::carriesTheCallersSignature()"));
+        QCOMPARE(entry.function,
+                 QByteArray("void tst_messagelog::tst_MessageLog::carriesTheCallersSignature()"));
     QCOMPARE(log.texts(), QStringList({"own", "shared"}));
 }
 
@@ -129,6 +138,8 @@ void tst_MessageLog::isHeardAtTheEndOfTheStatement()
     QCOMPARE(log.entries().last().file, QByteArray("../../source/other"));
 }
 
-QTEST_GUILESS_MAIN(tst_MessageLog)
+const TestClass<tst_MessageLog> testClass("tst_messagelog");
+
+} // namespace tst_messagelog
 
 #include "tst_messagelog.moc"

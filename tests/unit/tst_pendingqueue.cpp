@@ -1,5 +1,6 @@
 #include "pendingqueue_p.h"
 #include "recordfields.h"
+#include "testclass.h"
 
 #include <QtCore/QSet>
 #include <QtNetwork/QSslConfiguration>
@@ -9,6 +10,10 @@
 #include <functional>
 #include <iterator>
 #include <random>
+
+Q_DECLARE_METATYPE(std::function<ReplyData(int)>)
+
+namespace tst_pendingqueue {
 
 namespace {
 
@@ -91,8 +96,6 @@ ReplyData download(int number)
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(Build)
 
 class tst_PendingQueue : public QObject {
     Q_OBJECT
@@ -369,6 +372,8 @@ void tst_PendingQueue::hashSpreads()
     QVERIFY(largestBucket(build, count, 16384) <= 12);
 }
 
-QTEST_GUILESS_MAIN(tst_PendingQueue)
+const TestClass<tst_PendingQueue> testClass("tst_pendingqueue");
+
+} // namespace tst_pendingqueue
 
 #include "tst_pendingqueue.moc"

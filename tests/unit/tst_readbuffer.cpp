@@ -1,7 +1,10 @@
 #include "fakereply.h"
 #include "readbuffer_p.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_readbuffer {
 
 namespace {
 
@@ -71,6 +74,8 @@ void tst_ReadBuffer::releaseUnreadBytes()
     QCOMPARE(reply.bytesAvailable(), qint64(unread));
 }
 
-QTEST_GUILESS_MAIN(tst_ReadBuffer)
+const TestClass<tst_ReadBuffer> testClass("tst_readbuffer");
+
+} // namespace tst_readbuffer
 
 #include "tst_readbuffer.moc"

@@ -1,8 +1,11 @@
 #include "fakereply.h"
 #include "records.h"
 #include "replyinfo_p.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_replyinfo {
 
 namespace {
 
@@ -171,6 +174,8 @@ void tst_ReplyInfo::redirectTargetOfNoReply()
     QVERIFY(!replyinfo::redirectTarget(nullptr).has_value());
 }
 
-QTEST_GUILESS_MAIN(tst_ReplyInfo)
+const TestClass<tst_ReplyInfo> testClass("tst_replyinfo");
+
+} // namespace tst_replyinfo
 
 #include "tst_replyinfo.moc"

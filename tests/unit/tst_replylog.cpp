@@ -2,8 +2,11 @@
 #include "fakereply.h"
 #include "logcapture.h"
 #include "replylog_p.h"
+#include "testclass.h"
 
 #include <QtTest/QTest>
+
+namespace tst_replylog {
 
 using namespace engines;
 
@@ -115,6 +118,8 @@ void tst_ReplyLog::engineText()
     QCOMPARE(engine.text("run", "It runs: "), QByteArray("<Engine::run> It runs: "));
 }
 
-QTEST_GUILESS_MAIN(tst_ReplyLog)
+const TestClass<tst_ReplyLog> testClass("tst_replylog");
+
+} // namespace tst_replylog
 
 #include "tst_replylog.moc"

@@ -2,6 +2,7 @@
 #include "files.h"
 #include "httprequest.h"
 #include "resumepoint_p.h"
+#include "testclass.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -10,6 +11,11 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+Q_DECLARE_METATYPE(resumepoint::Judgement)
+Q_DECLARE_METATYPE(resumepoint::Question)
+
+namespace tst_resumepoint {
 
 using namespace resumepoint;
 
@@ -34,9 +40,6 @@ ResumePoint somePoint()
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(Judgement)
-Q_DECLARE_METATYPE(Question)
 
 class tst_ResumePoint : public QObject {
     Q_OBJECT
@@ -352,6 +355,8 @@ void tst_ResumePoint::needsAPlace()
     QVERIFY(!read(directory.path()).has_value());
 }
 
-QTEST_GUILESS_MAIN(tst_ResumePoint)
+const TestClass<tst_ResumePoint> testClass("tst_resumepoint");
+
+} // namespace tst_resumepoint
 
 #include "tst_resumepoint.moc"

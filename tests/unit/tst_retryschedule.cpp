@@ -1,4 +1,5 @@
 #include "retryschedule_p.h"
+#include "testclass.h"
 
 #include <QtCore/QMetaEnum>
 #include <QtTest/QTest>
@@ -8,6 +9,8 @@
 #include <limits>
 
 Q_DECLARE_METATYPE(std::optional<qint64>)
+
+namespace tst_retryschedule {
 
 namespace {
 
@@ -170,6 +173,8 @@ void tst_RetrySchedule::retryAfter()
     QTEST(retryschedule::retryAfter(text, now), "seconds");
 }
 
-QTEST_GUILESS_MAIN(tst_RetrySchedule)
+const TestClass<tst_RetrySchedule> testClass("tst_retryschedule");
+
+} // namespace tst_retryschedule
 
 #include "tst_retryschedule.moc"

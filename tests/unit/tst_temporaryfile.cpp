@@ -1,5 +1,6 @@
 #include "files.h"
 #include "temporaryfile_p.h"
+#include "testclass.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -10,6 +11,8 @@
 
 #include <unistd.h>
 
+namespace tst_temporaryfile {
+
 namespace {
 
 /// Makes what is to be refused; false where that is not permitted.
@@ -17,7 +20,11 @@ using Prepare = std::function<bool(const QByteArray &path, const QByteArray &tar
 
 } // namespace
 
-Q_DECLARE_METATYPE(Prepare)
+} // namespace tst_temporaryfile
+
+Q_DECLARE_METATYPE(tst_temporaryfile::Prepare)
+
+namespace tst_temporaryfile {
 
 class tst_TemporaryFile : public QObject {
     Q_OBJECT
@@ -182,6 +189,8 @@ void tst_TemporaryFile::commitsUntilAbandoned()
     QCOMPARE(steps, 2);
 }
 
-QTEST_GUILESS_MAIN(tst_TemporaryFile)
+const TestClass<tst_TemporaryFile> testClass("tst_temporaryfile");
+
+} // namespace tst_temporaryfile
 
 #include "tst_temporaryfile.moc"

@@ -1,14 +1,17 @@
 #include "records.h"
+#include "testclass.h"
 #include "traditionalrules_p.h"
 
 #include <QtCore/QMetaEnum>
 #include <QtNetwork/QSslConfiguration>
 #include <QtTest/QTest>
 
-using NetworkError = QNetworkReply::NetworkError;
-
 Q_DECLARE_METATYPE(AddressForm)
 Q_DECLARE_METATYPE(Arrival)
+
+namespace tst_traditionalrules {
+
+using NetworkError = QNetworkReply::NetworkError;
 
 class tst_TraditionalRules : public QObject {
     Q_OBJECT
@@ -158,6 +161,8 @@ void tst_TraditionalRules::missingCertificateIsAFault()
     QCOMPARE(TraditionalRules().faultOfPeer(QSslCertificate()), "Null cert");
 }
 
-QTEST_GUILESS_MAIN(tst_TraditionalRules)
+const TestClass<tst_TraditionalRules> testClass("tst_traditionalrules");
+
+} // namespace tst_traditionalrules
 
 #include "tst_traditionalrules.moc"

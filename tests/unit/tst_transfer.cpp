@@ -1,10 +1,13 @@
 #include "engines.h"
 #include "fakereply.h"
 #include "logcapture.h"
+#include "testclass.h"
 #include "traditionalrules_p.h"
 #include "transfer_p.h"
 
 #include <QtTest/QTest>
+
+namespace tst_transfer {
 
 using namespace engines;
 
@@ -154,6 +157,8 @@ void tst_Transfer::failuresBeforeStrangers()
     QCOMPARE(log.texts(), QStringList("<TarvisNet::replyReadyRead> some error:  \"late\""));
 }
 
-QTEST_GUILESS_MAIN(tst_Transfer)
+const TestClass<tst_Transfer> testClass("tst_transfer");
+
+} // namespace tst_transfer
 
 #include "tst_transfer.moc"

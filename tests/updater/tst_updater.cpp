@@ -9,8 +9,6 @@
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 
-Q_DECLARE_METATYPE(ScriptedServer::Handler)
-
 /// Checking and downloading, the way a user does it, against a server that can be stopped.
 class tst_updater : public QObject {
     Q_OBJECT
