@@ -42,12 +42,15 @@ class Test:
     def run(self, most_seconds, environment, program=None):
         """None if it passes, else how it fails. Ends at the first failure."""
         scratch = tempfile.mkdtemp(prefix="mutate-")
+        os.chmod(scratch, 0o755)
         variables = {**os.environ, "GCOV_PREFIX": scratch, **self.environment, **environment,
                      "TMPDIR": scratch}
+        # Python ignores the signal of a file that grows too large, and so is the test to: it is told,
+        # as on a disk that has no such files.
         process = subprocess.Popen(
             [*LIMITS, program or self.command[0], *self.command[1:]], cwd=self.directory,
             env=variables, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.DEVNULL, start_new_session=True)
+            stderr=subprocess.DEVNULL, start_new_session=True, restore_signals=False)
         running.add(process)
         late = threading.Event()
         timer = threading.Timer(most_seconds, lambda: (late.set(), kill(process)))
