@@ -6,7 +6,7 @@
 /// Test classes of a program that has several. Its main() is that of testmain.cpp, and its first
 /// argument says which of them is to run:
 ///
-///     client_tests tst_tarvisnet_queue keepsOrder
+///     client_tests tst_tarvisnet_queue sendsVerbOfKind
 namespace testclasses {
 
 using Run = int (*)(int argc, char *argv[]);
