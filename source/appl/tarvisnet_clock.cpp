@@ -75,7 +75,7 @@ void TarvisNetPrivate::tick()
         if (call.ownerGone())
             return;
     }
-    while (isRetryDue() && mayStart()) {
+    while (isRetryDue() && hasPlace()) {
         startDue();
         if (call.ownerGone())
             return;
@@ -84,9 +84,12 @@ void TarvisNetPrivate::tick()
     for (const Transfer &transfer : qAsConst(transfers))
         wakeAt(deadlineOf(transfer));
     // What is due and finds no place is sent when one becomes free, and may run out of time before.
+    // Where there is a place it has only just fallen due.
+    const bool isFull = !hasPlace();
     for (const auto &[due, transfer] : waiting) {
-        wakeAt(due.hasExpired() ? transfer.end : due);
-        if (!due.hasExpired())
+        const bool isDue = due.hasExpired();
+        wakeAt(isDue && isFull ? transfer.end : due);
+        if (!isDue)
             break;
     }
 }

@@ -78,8 +78,10 @@ struct TarvisNetPrivate {
     /// False when it is refused.
     bool admit(const ReplyData &record, bool refusesEqual);
     void add(const ReplyData &record) const { q->addRequest(record); }
-    /// Whether another request may be sent now.
+    /// Whether another request is there that may be sent now.
     bool mayStart() const;
+    /// Whether one may be sent now if it is there.
+    bool hasPlace() const;
     /// Whether a request that has not ended is to write the file \a filePath.
     bool isFileTaken(const QString &filePath) const;
     /// Drops the pending requests with the path \a urlPath. False when the client is gone.

@@ -81,7 +81,12 @@ void TarvisNet::processReplies()
 
 bool TarvisNetPrivate::mayStart() const
 {
-    return (!pending.isEmpty() || isRetryDue()) && !isClosed && !stopProcess && startBlocks == 0
+    return (!pending.isEmpty() || isRetryDue()) && hasPlace();
+}
+
+bool TarvisNetPrivate::hasPlace() const
+{
+    return !isClosed && !stopProcess && startBlocks == 0
         && parallelRequestsCount > transfers.size();
 }
 
