@@ -35,7 +35,6 @@ constexpr Reason reasons[] = {
     {errorcodes::protocol_invalid_operation, "The server finds the request faulty."},
     {errorcodes::ssl_handshake_failed, "The server is not one to trust, or the handshake failed."},
     {errorcodes::timed_out, "The server was silent for too long."},
-    {errorcodes::redirect_refused, "The server redirects to where no request may go."},
     {errorcodes::file_write_failed, "The disk does not take the file."},
     {errorcodes::file_corrupted, "The server's answer is no file."},
     {errorcodes::body_too_large, "The body is longer than it may be."},
