@@ -49,10 +49,11 @@ void tst_TarvisNetClock::sendsWhatFallsDueWhileItLooks()
     QFETCH(const int, question);
     TransferPolicy policy;
     policy.setMaximumRetries(1);
-    policy.setRetryDelay(400);
+    // A second at least to get ready in, and another between the two.
+    policy.setRetryDelay(2000);
     ClientBench bench(ScriptedServer::Mode::Http, policy);
     bench.server.on("/early", answers::status(503));
-    bench.server.on("/late", answers::bytes("", 503, {{"Retry-After", "1"}}));
+    bench.server.on("/late", answers::bytes("", 503, {{"Retry-After", "3"}}));
     bench.get({"/early", "/late"});
     // Two are added, and two have failed.
     QVERIFY(bench.recorder.waitFor("s_repliesCountChanged", 4));
