@@ -2,17 +2,14 @@
 #define TARVISNET_TESTS_PROGRAM_H
 
 #include "boundprocess.h"
+#include "filesizelimit.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 
-#include <algorithm>
-#include <csignal>
 #include <functional>
-
-#include <sys/resource.h>
 
 /// A document's program at work in a directory of its own, which is its temporary directory too.
 /// The event loop runs meanwhile, for the server lives in it.
@@ -35,7 +32,7 @@ public:
     QStringList files() const { return QDir(m_directory.path()).entryList(QDir::Files); }
 
     /// From now on no file that it writes grows beyond so many bytes, as if the disk were full.
-    void limitFiles(rlim_t bytes) { m_process.mostBytes = bytes; }
+    void limitFiles(rlim_t bytes) { m_mostBytes = bytes; }
 
     /// The exit code; -1 when the program does not end by itself. \a watch is called all the time.
     int run(const Watch &watch = [] {})
@@ -59,26 +56,12 @@ public:
     QByteArray output() const { return m_output; }
 
 private:
-    class LimitedProcess : public BoundProcess {
-    public:
-        rlim_t mostBytes = RLIM_INFINITY;
-
-    protected:
-        void prepareChild() override
-        {
-            BoundProcess::prepareChild();
-            std::signal(SIGXFSZ, SIG_IGN);
-            // What limits the test itself may not be raised.
-            rlimit limit{};
-            ::getrlimit(RLIMIT_FSIZE, &limit);
-            limit.rlim_cur = std::min(mostBytes, limit.rlim_max);
-            ::setrlimit(RLIMIT_FSIZE, &limit);
-        }
-    };
-
     bool runUntil(const std::function<bool()> &condition)
     {
-        m_process.start(QIODevice::ReadOnly);
+        {
+            const FileSizeLimit limit(m_mostBytes);
+            m_process.start(QIODevice::ReadOnly);
+        }
         const bool met = QTest::qWaitFor(condition, 60000);
         m_output = m_process.readAllStandardError();
         if (!met)
@@ -87,7 +70,8 @@ private:
     }
 
     QTemporaryDir m_directory;
-    LimitedProcess m_process;
+    BoundProcess m_process;
+    rlim_t m_mostBytes = RLIM_INFINITY;
     QByteArray m_output;
 };
 

@@ -7,7 +7,8 @@
 
 #include <sys/resource.h>
 
-/// While it lives no file of this process grows beyond the limit, as if the disk were full.
+/// While it lives no file of this process grows beyond the limit, as if the disk were full. What it
+/// starts meanwhile keeps the limit.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t bytes)
